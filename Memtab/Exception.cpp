@@ -1,0 +1,7 @@
+#include "Memtab/Exception.h"
+
+namespace Memtab {
+
+TableFullException::~TableFullException() = default;
+
+}  // namespace Memtab

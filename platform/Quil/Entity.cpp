@@ -1,0 +1,28 @@
+#include "Quil/Entity.h"
+
+#include "Quil/TypeRegistry.h"
+
+namespace Quil {
+
+Entity::~Entity() = default;
+
+String Entity::fullName() const {
+  const String above = parent_ ? parent_->fullName() : String();
+  return above.empty() ? name_ : cat(above, "/", name_);
+}
+
+void Entity::parentIs(Entity* parent) {
+  if (parent == parent_) return;
+  Entity* before = std::exchange(parent_, parent);
+  try {
+    handleParent(parent);
+  } catch (...) {
+    parent_ = before;
+    throw;
+  }
+}
+
+const Type& Entity::fwkType() const { return typeOf<Entity>(); }
+void Entity::handleParent(Entity*) {}
+
+}  // namespace Quil
