@@ -9,15 +9,15 @@
 namespace L2Rib {
 
 struct Constants : Quil::Value<Constants> {
-  static constexpr std::uint32_t seqNoForStaticMacs = 1;
-  static constexpr ObjId objIdInvalid{0};
-  static constexpr ObjId objIdFirst{1};
-  static constexpr ObjId objIdLast{0xFFFFFFFFFFFF0000ULL};
-  static constexpr ObjId objIdNotUsed{0xFFFFFFFFFFFFFFFEULL};      // a slot that holds no object
-  static constexpr ObjId objIdNotInMemtab{0xFFFFFFFFFFFFFFFFULL};  // an object without a row in shared memory
-  static constexpr std::uint16_t destStorageSize = 12;             // bytes of variant storage in a destination
+    static constexpr std::uint32_t seqNoForStaticMacs = 1;
+    static constexpr ObjId objIdInvalid{0};
+    static constexpr ObjId objIdFirst{1};
+    static constexpr ObjId objIdLast{0xFFFFFFFFFFFF0000ULL};
+    static constexpr ObjId objIdNotUsed{0xFFFFFFFFFFFFFFFEULL};      // a slot that holds no object
+    static constexpr ObjId objIdNotInMemtab{0xFFFFFFFFFFFFFFFFULL};  // an object without a row in shared memory
+    static constexpr std::uint16_t destStorageSize = 12;             // bytes of variant storage in a destination
 
-  static constexpr auto fwkFields() { return Quil::fieldList("L2Rib::Constants"); }
+    static constexpr auto fwkFields() { return Quil::fieldList("L2Rib::Constants"); }
 };
 
 }  // namespace L2Rib

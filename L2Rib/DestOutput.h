@@ -8,9 +8,9 @@ namespace L2Rib {
 
 class L2RIB_EXPORT DestOutput final : public DestNamed<DestOutput, DestAndSource> {
  public:
-  static constexpr const char* fwkTypeName = "L2Rib::DestOutput";
-  explicit DestOutput(Quil::Name name) : DestNamed(std::move(name)) {}
-  ~DestOutput() override;
+    static constexpr const char* fwkTypeName = "L2Rib::DestOutput";
+    explicit DestOutput(Quil::Name name) : DestNamed(std::move(name)) {}
+    ~DestOutput() override;
 };
 
 L2RIB_EXPORT Quil::Ptr<DestOutput> destOutputFactory(const Quil::Name& name);

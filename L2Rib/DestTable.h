@@ -8,9 +8,9 @@ namespace L2Rib {
 
 class L2RIB_EXPORT DestTable final : public DestNamed<DestTable, Dest> {
  public:
-  static constexpr const char* fwkTypeName = "L2Rib::DestTable";
-  explicit DestTable(Quil::Name name) : DestNamed(std::move(name)) {}
-  ~DestTable() override;
+    static constexpr const char* fwkTypeName = "L2Rib::DestTable";
+    explicit DestTable(Quil::Name name) : DestNamed(std::move(name)) {}
+    ~DestTable() override;
 };
 
 L2RIB_EXPORT Quil::Ptr<DestTable> destTableFactory(const Quil::Name& name);

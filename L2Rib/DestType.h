@@ -6,18 +6,18 @@
 namespace L2Rib {
 
 enum DestType : std::int32_t {
-  destTypeIntf = 0,
-  destTypeVxlan = 1,
-  destTypeMpls = 2,
-  destTypeTunnel = 3,
-  destTypeCpu = 4,
+    destTypeIntf = 0,
+    destTypeVxlan = 1,
+    destTypeMpls = 2,
+    destTypeTunnel = 3,
+    destTypeCpu = 4,
 };
 constexpr auto fwkEnum(DestType) {
-  return Quil::enumTable<DestType>("L2Rib::DestType", {{destTypeIntf, "destTypeIntf"},
-                                                       {destTypeVxlan, "destTypeVxlan"},
-                                                       {destTypeMpls, "destTypeMpls"},
-                                                       {destTypeTunnel, "destTypeTunnel"},
-                                                       {destTypeCpu, "destTypeCpu"}});
+    return Quil::enumTable<DestType>("L2Rib::DestType", {{destTypeIntf, "destTypeIntf"},
+                                                         {destTypeVxlan, "destTypeVxlan"},
+                                                         {destTypeMpls, "destTypeMpls"},
+                                                         {destTypeTunnel, "destTypeTunnel"},
+                                                         {destTypeCpu, "destTypeCpu"}});
 }
 inline Quil::String stringValue(DestType x) { return Quil::enumText(x); }
 // The enumerator of this number or name; the range exception when there is none.

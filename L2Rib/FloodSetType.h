@@ -6,14 +6,14 @@
 namespace L2Rib {
 
 enum FloodSetType : std::int32_t {
-  floodSetTypeInvalid = 0,
-  floodSetTypeAll = 1,
-  floodSetTypeAny = 2,
+    floodSetTypeInvalid = 0,
+    floodSetTypeAll = 1,
+    floodSetTypeAny = 2,
 };
 constexpr auto fwkEnum(FloodSetType) {
-  return Quil::enumTable<FloodSetType>("L2Rib::FloodSetType", {{floodSetTypeInvalid, "floodSetTypeInvalid"},
-                                                               {floodSetTypeAll, "floodSetTypeAll"},
-                                                               {floodSetTypeAny, "floodSetTypeAny"}});
+    return Quil::enumTable<FloodSetType>("L2Rib::FloodSetType", {{floodSetTypeInvalid, "floodSetTypeInvalid"},
+                                                                 {floodSetTypeAll, "floodSetTypeAll"},
+                                                                 {floodSetTypeAny, "floodSetTypeAny"}});
 }
 inline Quil::String stringValue(FloodSetType x) { return Quil::enumText(x); }
 // The enumerator of this number or name; the range exception when there is none.

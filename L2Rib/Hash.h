@@ -7,7 +7,7 @@ namespace L2Rib {
 
 template <class T>
 struct HashOf {
-  std::size_t operator()(const T& value) const { return value.hash(); }
+    std::size_t operator()(const T& value) const { return value.hash(); }
 };
 
 }  // namespace L2Rib

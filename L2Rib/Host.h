@@ -13,46 +13,46 @@ namespace L2Rib {
 
 class L2RIB_EXPORT Host : public Quil::Value<Host> {
  public:
-  Host() = default;
-  explicit Host(const Bridging::MacVlanPair& key) : key_(key) {}
-  // Parses the fields up to ciDest, then stops the process: a collection has no text to read.
-  explicit Host(const Quil::String& text) { Quil::parseValue(text, *this); }
+    Host() = default;
+    explicit Host(const Bridging::MacVlanPair& key) : key_(key) {}
+    // Parses the fields up to ciDest, then stops the process: a collection has no text to read.
+    explicit Host(const Quil::String& text) { Quil::parseValue(text, *this); }
 
-  const Bridging::MacVlanPair& key() const { return key_; }
-  Keel::Seqno32 seqNo() const { return seqNo_; }
-  std::uint32_t preference() const { return preference_; }  // 0: the source's default
-  double lastMoveTime() const { return lastMoveTime_; }     // seconds, CLOCK_BOOTTIME
-  Bridging::EntryType entryType() const { return entryType_; }
-  const ObjTuple& next() const { return next_; }
-  const CiDest& ciDest() const { return ciDest_; }
+    const Bridging::MacVlanPair& key() const { return key_; }
+    Keel::Seqno32 seqNo() const { return seqNo_; }
+    std::uint32_t preference() const { return preference_; }  // 0: the source's default
+    double lastMoveTime() const { return lastMoveTime_; }     // seconds, CLOCK_BOOTTIME
+    Bridging::EntryType entryType() const { return entryType_; }
+    const ObjTuple& next() const { return next_; }
+    const CiDest& ciDest() const { return ciDest_; }
 
-  void keyIs(const Bridging::MacVlanPair& key) { key_ = key; }
-  void seqNoIs(Keel::Seqno32 seqNo) { seqNo_ = seqNo; }
-  void preferenceIs(std::uint32_t preference) { preference_ = preference; }
-  void lastMoveTimeIs(double lastMoveTime) { lastMoveTime_ = lastMoveTime; }
-  void entryTypeIs(Bridging::EntryType entryType) { entryType_ = entryType; }
-  void nextIs(const ObjTuple& next) { next_ = next; }
-  void ciDestIs(const CiDest& ciDest) { ciDest_ = ciDest; }
+    void keyIs(const Bridging::MacVlanPair& key) { key_ = key; }
+    void seqNoIs(Keel::Seqno32 seqNo) { seqNo_ = seqNo; }
+    void preferenceIs(std::uint32_t preference) { preference_ = preference; }
+    void lastMoveTimeIs(double lastMoveTime) { lastMoveTime_ = lastMoveTime; }
+    void entryTypeIs(Bridging::EntryType entryType) { entryType_ = entryType; }
+    void nextIs(const ObjTuple& next) { next_ = next; }
+    void ciDestIs(const CiDest& ciDest) { ciDest_ = ciDest; }
 
-  Quil::String stringValue() const;
-  Quil::String str() const { return Quil::cat("(", stringValue(), ")"); }
+    Quil::String stringValue() const;
+    Quil::String str() const { return Quil::cat("(", stringValue(), ")"); }
 
-  static constexpr auto fwkFields() {
-    return Quil::fieldList("L2Rib::Host", Quil::field("key", &Host::key_), Quil::field("seqNo", &Host::seqNo_),
-                           Quil::field("preference", &Host::preference_),
-                           Quil::field("lastMoveTime", &Host::lastMoveTime_),
-                           Quil::field("entryType", &Host::entryType_), Quil::field("next", &Host::next_),
-                           Quil::field("ciDest", &Host::ciDest_));
-  }
+    static constexpr auto fwkFields() {
+        return Quil::fieldList("L2Rib::Host", Quil::field("key", &Host::key_), Quil::field("seqNo", &Host::seqNo_),
+                               Quil::field("preference", &Host::preference_),
+                               Quil::field("lastMoveTime", &Host::lastMoveTime_),
+                               Quil::field("entryType", &Host::entryType_), Quil::field("next", &Host::next_),
+                               Quil::field("ciDest", &Host::ciDest_));
+    }
 
  private:
-  Bridging::MacVlanPair key_;
-  Keel::Seqno32 seqNo_;
-  std::uint32_t preference_ = 0;
-  Quil::Flat<double> lastMoveTime_;
-  Bridging::EntryType entryType_ = Bridging::entryTypeDynamic;
-  ObjTuple next_;
-  CiDest ciDest_;  // compared last: comparing two that are neither interface nor VXLAN stops the process
+    Bridging::MacVlanPair key_;
+    Keel::Seqno32 seqNo_;
+    std::uint32_t preference_ = 0;
+    Quil::Flat<double> lastMoveTime_;
+    Bridging::EntryType entryType_ = Bridging::entryTypeDynamic;
+    ObjTuple next_;
+    CiDest ciDest_;  // compared last: comparing two that are neither interface nor VXLAN stops the process
 };
 static_assert(sizeof(Host) == 100 && alignof(Host) == 4);
 

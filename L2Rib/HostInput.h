@@ -8,9 +8,9 @@ namespace L2Rib {
 
 class L2RIB_EXPORT HostInput final : public HostNamed<HostInput, Host> {
  public:
-  static constexpr const char* fwkTypeName = "L2Rib::HostInput";
-  explicit HostInput(Quil::Name name) : HostNamed(std::move(name)) {}
-  ~HostInput() override;
+    static constexpr const char* fwkTypeName = "L2Rib::HostInput";
+    explicit HostInput(Quil::Name name) : HostNamed(std::move(name)) {}
+    ~HostInput() override;
 };
 
 L2RIB_EXPORT Quil::Ptr<HostInput> hostInputFactory(const Quil::Name& name);

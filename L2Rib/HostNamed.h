@@ -8,48 +8,48 @@ namespace L2Rib {
 
 template <class Derived, class Record>
 class HostNamed : public Table<Derived, Record, Bridging::MacVlanPair> {
-  using Base = Table<Derived, Record, Bridging::MacVlanPair>;
+    using Base = Table<Derived, Record, Bridging::MacVlanPair>;
 
  public:
-  using Key = Bridging::MacVlanPair;
-  using typename Base::IteratorConst;
-  using typename Base::Map;
-  static constexpr const char* fwkCollection = "host";
+    using Key = Bridging::MacVlanPair;
+    using typename Base::IteratorConst;
+    using typename Base::Map;
+    static constexpr const char* fwkCollection = "host";
 
-  class NotifieeConst : public Base::NotifieeBase {
-   public:
-    virtual void onHost(const Key&) {}           // one entry appeared, changed or went
-    virtual void onHostCollectionImmediate() {}  // the framework's hook: the whole collection may have changed
-    virtual void onHost() {}                     // the same, after every notifiee's immediate hook
+    class NotifieeConst : public Base::NotifieeBase {
+     public:
+        virtual void onHost(const Key&) {}           // one entry appeared, changed or went
+        virtual void onHostCollectionImmediate() {}  // the framework's hook: the whole collection may have changed
+        virtual void onHost() {}                     // the same, after every notifiee's immediate hook
 
-   private:
-    void fwkOnKey(const Key& key) final { onHost(key); }
-    void fwkOnImmediateCollection() final { onHostCollectionImmediate(); }
-    void fwkOnCollection() final { onHost(); }
-  };
+     private:
+        void fwkOnKey(const Key& key) final { onHost(key); }
+        void fwkOnImmediateCollection() final { onHostCollectionImmediate(); }
+        void fwkOnCollection() final { onHost(); }
+    };
 
-  // Inserts or overwrites the entry of the record's key, and notifies.
-  void hostIs(const Record& record) { this->recordIs(record); }
-  // Removes an entry, notifies and returns it; without one, returns the default record.
-  Record hostDel(const Key& key) { return this->recordDel(key); }
-  Record hostDel(const IteratorConst& at) { return this->recordDel(at); }
-  void hostDelAll() { this->recordDelAll(); }
+    // Inserts or overwrites the entry of the record's key, and notifies.
+    void hostIs(const Record& record) { this->recordIs(record); }
+    // Removes an entry, notifies and returns it; without one, returns the default record.
+    Record hostDel(const Key& key) { return this->recordDel(key); }
+    Record hostDel(const IteratorConst& at) { return this->recordDel(at); }
+    void hostDelAll() { this->recordDelAll(); }
 
-  // The entry of the key, or the default record; the second form says whether there was one.
-  Record host(const Key& key) const { return this->record(key); }
-  bool host(const Key& key, Record& out) const { return this->record(key, out); }
-  // All entries, in the table's order: for (const Record& r : table.hosts()) ...
-  typename Base::Range hosts() const { return this->records(); }
+    // The entry of the key, or the default record; the second form says whether there was one.
+    Record host(const Key& key) const { return this->record(key); }
+    bool host(const Key& key, Record& out) const { return this->record(key, out); }
+    // All entries, in the table's order: for (const Record& r : table.hosts()) ...
+    typename Base::Range hosts() const { return this->records(); }
 
-  // The binding to the shared-memory map.
-  Map& hostControl() const { return this->control(); }
-  void hostNotify(const Key& key) { this->notifyKey(key); }
-  void hostNotifyCollection() { this->notifyCollection(); }
-  void hostNotifyMountStatus() { this->notifyMountStatus(); }
+    // The binding to the shared-memory map.
+    Map& hostControl() const { return this->control(); }
+    void hostNotify(const Key& key) { this->notifyKey(key); }
+    void hostNotifyCollection() { this->notifyCollection(); }
+    void hostNotifyMountStatus() { this->notifyMountStatus(); }
 
  protected:
-  using Base::Base;
-  friend Base;
+    using Base::Base;
+    friend Base;
 };
 
 }  // namespace L2Rib

@@ -9,9 +9,9 @@ namespace L2Rib {
 
 class L2RIB_EXPORT HostOutput final : public HostNamed<HostOutput, HostAndSource> {
  public:
-  static constexpr const char* fwkTypeName = "L2Rib::HostOutput";
-  explicit HostOutput(Quil::Name name) : HostNamed(std::move(name)) {}
-  ~HostOutput() override;
+    static constexpr const char* fwkTypeName = "L2Rib::HostOutput";
+    explicit HostOutput(Quil::Name name) : HostNamed(std::move(name)) {}
+    ~HostOutput() override;
 };
 
 L2RIB_EXPORT Quil::Ptr<HostOutput> hostOutputFactory(const Quil::Name& name);

@@ -10,29 +10,29 @@ namespace L2Rib {
 
 class L2RIB_EXPORT Label : public Quil::Value<Label> {
  public:
-  Label() = default;
-  explicit Label(LabelId key) : key_(key) {}
-  explicit Label(const Quil::String& text) { Quil::parseValue(text, *this); }
+    Label() = default;
+    explicit Label(LabelId key) : key_(key) {}
+    explicit Label(const Quil::String& text) { Quil::parseValue(text, *this); }
 
-  LabelId key() const { return key_; }
-  Lanx::MplsLabel label() const { return label_; }
-  const ObjTuple& next() const { return next_; }
-  void keyIs(LabelId key) { key_ = key; }
-  void labelIs(Lanx::MplsLabel label) { label_ = label; }
-  void nextIs(const ObjTuple& next) { next_ = next; }
+    LabelId key() const { return key_; }
+    Lanx::MplsLabel label() const { return label_; }
+    const ObjTuple& next() const { return next_; }
+    void keyIs(LabelId key) { key_ = key; }
+    void labelIs(Lanx::MplsLabel label) { label_ = label; }
+    void nextIs(const ObjTuple& next) { next_ = next; }
 
-  Quil::String stringValue() const { return Quil::cat("Label key: ", key_, " value: ", label_, " next: ", next_); }
-  Quil::String str() const { return Quil::cat("(", stringValue(), ")"); }
+    Quil::String stringValue() const { return Quil::cat("Label key: ", key_, " value: ", label_, " next: ", next_); }
+    Quil::String str() const { return Quil::cat("(", stringValue(), ")"); }
 
-  static constexpr auto fwkFields() {
-    return Quil::fieldList("L2Rib::Label", Quil::field("key", &Label::key_), Quil::field("label", &Label::label_),
-                           Quil::field("next", &Label::next_));
-  }
+    static constexpr auto fwkFields() {
+        return Quil::fieldList("L2Rib::Label", Quil::field("key", &Label::key_), Quil::field("label", &Label::label_),
+                               Quil::field("next", &Label::next_));
+    }
 
  private:
-  LabelId key_;
-  Lanx::MplsLabel label_;
-  ObjTuple next_;
+    LabelId key_;
+    Lanx::MplsLabel label_;
+    ObjTuple next_;
 };
 static_assert(sizeof(Label) == 24 && alignof(Label) == 4);
 

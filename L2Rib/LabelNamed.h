@@ -8,48 +8,48 @@ namespace L2Rib {
 
 template <class Derived, class Record>
 class LabelNamed : public Table<Derived, Record, LabelId> {
-  using Base = Table<Derived, Record, LabelId>;
+    using Base = Table<Derived, Record, LabelId>;
 
  public:
-  using Key = LabelId;
-  using typename Base::IteratorConst;
-  using typename Base::Map;
-  static constexpr const char* fwkCollection = "label";
+    using Key = LabelId;
+    using typename Base::IteratorConst;
+    using typename Base::Map;
+    static constexpr const char* fwkCollection = "label";
 
-  class NotifieeConst : public Base::NotifieeBase {
-   public:
-    virtual void onLabel(const Key&) {}           // one entry appeared, changed or went
-    virtual void onLabelCollectionImmediate() {}  // the framework's hook: the whole collection may have changed
-    virtual void onLabel() {}                     // the same, after every notifiee's immediate hook
+    class NotifieeConst : public Base::NotifieeBase {
+     public:
+        virtual void onLabel(const Key&) {}           // one entry appeared, changed or went
+        virtual void onLabelCollectionImmediate() {}  // the framework's hook: the whole collection may have changed
+        virtual void onLabel() {}                     // the same, after every notifiee's immediate hook
 
-   private:
-    void fwkOnKey(const Key& key) final { onLabel(key); }
-    void fwkOnImmediateCollection() final { onLabelCollectionImmediate(); }
-    void fwkOnCollection() final { onLabel(); }
-  };
+     private:
+        void fwkOnKey(const Key& key) final { onLabel(key); }
+        void fwkOnImmediateCollection() final { onLabelCollectionImmediate(); }
+        void fwkOnCollection() final { onLabel(); }
+    };
 
-  // Inserts or overwrites the entry of the record's key, and notifies.
-  void labelIs(const Record& record) { this->recordIs(record); }
-  // Removes an entry, notifies and returns it; without one, returns the default record.
-  Record labelDel(const Key& key) { return this->recordDel(key); }
-  Record labelDel(const IteratorConst& at) { return this->recordDel(at); }
-  void labelDelAll() { this->recordDelAll(); }
+    // Inserts or overwrites the entry of the record's key, and notifies.
+    void labelIs(const Record& record) { this->recordIs(record); }
+    // Removes an entry, notifies and returns it; without one, returns the default record.
+    Record labelDel(const Key& key) { return this->recordDel(key); }
+    Record labelDel(const IteratorConst& at) { return this->recordDel(at); }
+    void labelDelAll() { this->recordDelAll(); }
 
-  // The entry of the key, or the default record; the second form says whether there was one.
-  Record label(const Key& key) const { return this->record(key); }
-  bool label(const Key& key, Record& out) const { return this->record(key, out); }
-  // All entries, in the table's order: for (const Record& r : table.labels()) ...
-  typename Base::Range labels() const { return this->records(); }
+    // The entry of the key, or the default record; the second form says whether there was one.
+    Record label(const Key& key) const { return this->record(key); }
+    bool label(const Key& key, Record& out) const { return this->record(key, out); }
+    // All entries, in the table's order: for (const Record& r : table.labels()) ...
+    typename Base::Range labels() const { return this->records(); }
 
-  // The binding to the shared-memory map.
-  Map& labelControl() const { return this->control(); }
-  void labelNotify(const Key& key) { this->notifyKey(key); }
-  void labelNotifyCollection() { this->notifyCollection(); }
-  void labelNotifyMountStatus() { this->notifyMountStatus(); }
+    // The binding to the shared-memory map.
+    Map& labelControl() const { return this->control(); }
+    void labelNotify(const Key& key) { this->notifyKey(key); }
+    void labelNotifyCollection() { this->notifyCollection(); }
+    void labelNotifyMountStatus() { this->notifyMountStatus(); }
 
  protected:
-  using Base::Base;
-  friend Base;
+    using Base::Base;
+    friend Base;
 };
 
 }  // namespace L2Rib

@@ -8,9 +8,9 @@ namespace L2Rib {
 
 class L2RIB_EXPORT LabelOutput final : public LabelNamed<LabelOutput, LabelAndSource> {
  public:
-  static constexpr const char* fwkTypeName = "L2Rib::LabelOutput";
-  explicit LabelOutput(Quil::Name name) : LabelNamed(std::move(name)) {}
-  ~LabelOutput() override;
+    static constexpr const char* fwkTypeName = "L2Rib::LabelOutput";
+    explicit LabelOutput(Quil::Name name) : LabelNamed(std::move(name)) {}
+    ~LabelOutput() override;
 };
 
 L2RIB_EXPORT Quil::Ptr<LabelOutput> labelOutputFactory(const Quil::Name& name);

@@ -8,9 +8,9 @@ namespace L2Rib {
 
 class L2RIB_EXPORT LabelTable final : public LabelNamed<LabelTable, Label> {
  public:
-  static constexpr const char* fwkTypeName = "L2Rib::LabelTable";
-  explicit LabelTable(Quil::Name name) : LabelNamed(std::move(name)) {}
-  ~LabelTable() override;
+    static constexpr const char* fwkTypeName = "L2Rib::LabelTable";
+    explicit LabelTable(Quil::Name name) : LabelNamed(std::move(name)) {}
+    ~LabelTable() override;
 };
 
 L2RIB_EXPORT Quil::Ptr<LabelTable> labelTableFactory(const Quil::Name& name);

@@ -8,9 +8,9 @@ namespace L2Rib {
 
 class L2RIB_EXPORT LoadBalanceOutput final : public LoadBalanceNamed<LoadBalanceOutput, LoadBalanceAndSource> {
  public:
-  static constexpr const char* fwkTypeName = "L2Rib::LoadBalanceOutput";
-  explicit LoadBalanceOutput(Quil::Name name) : LoadBalanceNamed(std::move(name)) {}
-  ~LoadBalanceOutput() override;
+    static constexpr const char* fwkTypeName = "L2Rib::LoadBalanceOutput";
+    explicit LoadBalanceOutput(Quil::Name name) : LoadBalanceNamed(std::move(name)) {}
+    ~LoadBalanceOutput() override;
 };
 
 L2RIB_EXPORT Quil::Ptr<LoadBalanceOutput> loadBalanceOutputFactory(const Quil::Name& name);

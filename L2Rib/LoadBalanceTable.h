@@ -8,9 +8,9 @@ namespace L2Rib {
 
 class L2RIB_EXPORT LoadBalanceTable final : public LoadBalanceNamed<LoadBalanceTable, LoadBalance> {
  public:
-  static constexpr const char* fwkTypeName = "L2Rib::LoadBalanceTable";
-  explicit LoadBalanceTable(Quil::Name name) : LoadBalanceNamed(std::move(name)) {}
-  ~LoadBalanceTable() override;
+    static constexpr const char* fwkTypeName = "L2Rib::LoadBalanceTable";
+    explicit LoadBalanceTable(Quil::Name name) : LoadBalanceNamed(std::move(name)) {}
+    ~LoadBalanceTable() override;
 };
 
 L2RIB_EXPORT Quil::Ptr<LoadBalanceTable> loadBalanceTableFactory(const Quil::Name& name);

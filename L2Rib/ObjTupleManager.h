@@ -24,50 +24,51 @@ constexpr ObjTuple objTupleInvalid() { return {}; }
 
 class L2RIB_EXPORT ObjTupleManager : public Quil::Entity {
  public:
-  class L2RIB_EXPORT NotifieeConst : public Quil::Notifiee<ObjTupleManager, NotifieeConst> {
-   public:
-    virtual void onCurrent() {}
-    virtual void onInitialized() {}
-    virtual void onInputToOutput(const ObjTupleAndSource&) {}
-    virtual void onOutputToInput(const ObjTuple&) {}
-  };
+    class L2RIB_EXPORT NotifieeConst : public Quil::Notifiee<ObjTupleManager, NotifieeConst> {
+     public:
+        virtual void onCurrent() {}
+        virtual void onInitialized() {}
+        virtual void onInputToOutput(const ObjTupleAndSource&) {}
+        virtual void onOutputToInput(const ObjTuple&) {}
+    };
 
-  // Identifiers first to last - 1 can be handed out; last never is.
-  ObjTupleManager(TableType tableType, std::uint64_t first, std::uint64_t last);
+    // Identifiers first to last - 1 can be handed out; last never is.
+    ObjTupleManager(TableType tableType, std::uint64_t first, std::uint64_t last);
 
-  TableType tableType() const { return tableType_; }
-  std::uint64_t first() const { return first_; }
-  std::uint64_t last() const { return last_; }
-  std::uint64_t current() const { return current_; }  // the next identifier to hand out
-  bool initialized() const { return initialized_; }
-  void currentIs(std::uint64_t current) { setAndNotify(current_, current, notifiees_, &NotifieeConst::onCurrent); }
+    TableType tableType() const { return tableType_; }
+    std::uint64_t first() const { return first_; }
+    std::uint64_t last() const { return last_; }
+    std::uint64_t current() const { return current_; }  // the next identifier to hand out
+    bool initialized() const { return initialized_; }
+    void currentIs(std::uint64_t current) { setAndNotify(current_, current, notifiees_, &NotifieeConst::onCurrent); }
 
-  // The mapped tuple, or the invalid one.
-  ObjTuple inputToOutput(const ObjTupleAndSource& otas) const;
-  ObjTupleAndSource outputToInput(const ObjTuple& ot) const;
+    // The mapped tuple, or the invalid one.
+    ObjTuple inputToOutput(const ObjTupleAndSource& otas) const;
+    ObjTupleAndSource outputToInput(const ObjTuple& ot) const;
 
-  ObjTuple newOutputOt(const ObjTupleAndSource& otas);  // maps a source tuple that is not mapped yet
-  void delOutputOt(const ObjTuple& ot);
-  // Enters a mapping known from before a restart of the owner, without a check for an existing one. Set current first.
-  void restoreMapping(const ObjTupleAndSource& otas, const ObjTuple& ot);
+    ObjTuple newOutputOt(const ObjTupleAndSource& otas);  // maps a source tuple that is not mapped yet
+    void delOutputOt(const ObjTuple& ot);
+    // Enters a mapping known from before a restart of the owner, without a check for an existing one. Set current
+    // first.
+    void restoreMapping(const ObjTupleAndSource& otas, const ObjTuple& ot);
 
-  const Quil::Type& fwkType() const override;
-  static void fwkDeclare(Quil::TypeBuilder<ObjTupleManager>& type);
-  Quil::NotifieeList<NotifieeConst>& fwkNotifiees() const { return notifiees_; }
+    const Quil::Type& fwkType() const override;
+    static void fwkDeclare(Quil::TypeBuilder<ObjTupleManager>& type);
+    Quil::NotifieeList<NotifieeConst>& fwkNotifiees() const { return notifiees_; }
 
  private:
-  void handleInitialized();
-  void inputToOutputIs(const ObjTupleAndSource& otas, const ObjTuple& ot);
-  void outputToInputIs(const ObjTuple& ot, const ObjTupleAndSource& otas);
+    void handleInitialized();
+    void inputToOutputIs(const ObjTupleAndSource& otas, const ObjTuple& ot);
+    void outputToInputIs(const ObjTuple& ot, const ObjTupleAndSource& otas);
 
-  const TableType tableType_;
-  const std::uint64_t first_;
-  const std::uint64_t last_;
-  std::uint64_t current_ = 0;
-  bool initialized_ = false;
-  std::unordered_map<ObjTupleAndSource, ObjTuple, HashOf<ObjTupleAndSource>> inputToOutput_;
-  std::unordered_map<ObjTuple, ObjTupleAndSource, HashOf<ObjTuple>> outputToInput_;
-  mutable Quil::NotifieeList<NotifieeConst> notifiees_;
+    const TableType tableType_;
+    const std::uint64_t first_;
+    const std::uint64_t last_;
+    std::uint64_t current_ = 0;
+    bool initialized_ = false;
+    std::unordered_map<ObjTupleAndSource, ObjTuple, HashOf<ObjTupleAndSource>> inputToOutput_;
+    std::unordered_map<ObjTuple, ObjTupleAndSource, HashOf<ObjTuple>> outputToInput_;
+    mutable Quil::NotifieeList<NotifieeConst> notifiees_;
 };
 
 L2RIB_EXPORT Quil::Ptr<ObjTupleManager> objTupleManagerFactory(TableType tableType, std::uint64_t first,

@@ -7,16 +7,16 @@
 namespace L2Rib {
 
 Quil::String Host::stringValue() const {
-  const Quil::String where =
-      next_ == ObjTuple() ? Quil::cat(" ciDest ", Quil::valueToStrep(ciDest_)) : Quil::cat(" next ", next_);
-  return Quil::cat("Host key: ", key_, " pref: ", preference_, " seq: ", seqNo_, " type ", entryType_, where);
+    const Quil::String where =
+        next_ == ObjTuple() ? Quil::cat(" ciDest ", Quil::valueToStrep(ciDest_)) : Quil::cat(" next ", next_);
+    return Quil::cat("Host key: ", key_, " pref: ", preference_, " seq: ", seqNo_, " type ", entryType_, where);
 }
 
 namespace {
 
 [[noreturn]] void refuseText() {
-  Quil::assertFail("!\"No String constructor for LoadBalance - has collection\"", SchemaFiles::records,
-                   "L2Rib::LoadBalance::LoadBalance(const Quil::String&)");
+    Quil::assertFail("!\"No String constructor for LoadBalance - has collection\"", SchemaFiles::records,
+                     "L2Rib::LoadBalance::LoadBalance(const Quil::String&)");
 }
 
 }  // namespace
@@ -25,11 +25,11 @@ LoadBalance::LoadBalance(const Quil::String&) { refuseText(); }
 void LoadBalance::fwkParseStrep(Quil::StrepCursor&) { refuseText(); }
 
 Quil::String LoadBalance::stringValue() const {
-  Quil::String out = Quil::cat("LB key: ", key_);
-  next_.forEach([&](std::uint32_t i, const ObjTuple& tuple) {
-    if (!(tuple == ObjTuple())) out += Quil::cat(" ", i, ": ", tuple);
-  });
-  return out;
+    Quil::String out = Quil::cat("LB key: ", key_);
+    next_.forEach([&](std::uint32_t i, const ObjTuple& tuple) {
+        if (!(tuple == ObjTuple())) out += Quil::cat(" ", i, ": ", tuple);
+    });
+    return out;
 }
 
 }  // namespace L2Rib

@@ -8,22 +8,22 @@ namespace L2Rib {
 
 class L2RIB_EXPORT TableInfo : public Quil::Value<TableInfo> {
  public:
-  static constexpr std::uint32_t maxEntries = 16384;
+    static constexpr std::uint32_t maxEntries = 16384;
 
-  QuilMemtab::MountInfo hostOutputInfo(QuilMemtab::QuilMemtabType mode) const { return info(mode, "host"); }
-  QuilMemtab::MountInfo destOutputInfo(QuilMemtab::QuilMemtabType mode) const { return info(mode, "dest"); }
-  QuilMemtab::MountInfo labelOutputInfo(QuilMemtab::QuilMemtabType mode) const { return info(mode, "label"); }
-  QuilMemtab::MountInfo loadBalanceOutputInfo(QuilMemtab::QuilMemtabType mode) const { return info(mode, "lb"); }
-  Quil::String str() const { return {}; }
+    QuilMemtab::MountInfo hostOutputInfo(QuilMemtab::QuilMemtabType mode) const { return info(mode, "host"); }
+    QuilMemtab::MountInfo destOutputInfo(QuilMemtab::QuilMemtabType mode) const { return info(mode, "dest"); }
+    QuilMemtab::MountInfo labelOutputInfo(QuilMemtab::QuilMemtabType mode) const { return info(mode, "label"); }
+    QuilMemtab::MountInfo loadBalanceOutputInfo(QuilMemtab::QuilMemtabType mode) const { return info(mode, "lb"); }
+    Quil::String str() const { return {}; }
 
-  static constexpr auto fwkFields() { return Quil::fieldList("L2Rib::TableInfo"); }
+    static constexpr auto fwkFields() { return Quil::fieldList("L2Rib::TableInfo"); }
 
  private:
-  static QuilMemtab::MountInfo info(QuilMemtab::QuilMemtabType mode, const char* collection) {
-    QuilMemtab::MountInfo info = QuilMemtab::MountInfo::writer(collection, maxEntries);
-    info.mode = mode;
-    return info;
-  }
+    static QuilMemtab::MountInfo info(QuilMemtab::QuilMemtabType mode, const char* collection) {
+        QuilMemtab::MountInfo info = QuilMemtab::MountInfo::writer(collection, maxEntries);
+        info.mode = mode;
+        return info;
+    }
 };
 
 }  // namespace L2Rib

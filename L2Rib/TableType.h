@@ -6,16 +6,16 @@
 namespace L2Rib {
 
 enum TableType : std::int32_t {
-  tableTypeInvalid = 0,
-  tableTypeLoadBalance = 1,
-  tableTypeLabel = 2,
-  tableTypeDest = 3,
+    tableTypeInvalid = 0,
+    tableTypeLoadBalance = 1,
+    tableTypeLabel = 2,
+    tableTypeDest = 3,
 };
 constexpr auto fwkEnum(TableType) {
-  return Quil::enumTable<TableType>("L2Rib::TableType", {{tableTypeInvalid, "tableTypeInvalid"},
-                                                         {tableTypeLoadBalance, "tableTypeLoadBalance"},
-                                                         {tableTypeLabel, "tableTypeLabel"},
-                                                         {tableTypeDest, "tableTypeDest"}});
+    return Quil::enumTable<TableType>("L2Rib::TableType", {{tableTypeInvalid, "tableTypeInvalid"},
+                                                           {tableTypeLoadBalance, "tableTypeLoadBalance"},
+                                                           {tableTypeLabel, "tableTypeLabel"},
+                                                           {tableTypeDest, "tableTypeDest"}});
 }
 inline Quil::String stringValue(TableType x) { return Quil::enumText(x); }
 // The enumerator of this number or name; the range exception when there is none.

@@ -30,12 +30,12 @@ Quil::Ptr<LabelOutput> labelOutputFactory(const Quil::Name& name) { return Quil:
 
 LoadBalanceTable::~LoadBalanceTable() = default;
 Quil::Ptr<LoadBalanceTable> loadBalanceTableFactory(const Quil::Name& name) {
-  return Quil::makePtr<LoadBalanceTable>(name);
+    return Quil::makePtr<LoadBalanceTable>(name);
 }
 
 LoadBalanceOutput::~LoadBalanceOutput() = default;
 Quil::Ptr<LoadBalanceOutput> loadBalanceOutputFactory(const Quil::Name& name) {
-  return Quil::makePtr<LoadBalanceOutput>(name);
+    return Quil::makePtr<LoadBalanceOutput>(name);
 }
 
 }  // namespace L2Rib

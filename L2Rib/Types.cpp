@@ -7,21 +7,21 @@ namespace {
 
 template <class... Values>
 void registerValues() {
-  (Quil::registerValue<Values>(), ...);
+    (Quil::registerValue<Values>(), ...);
 }
 template <class... Entities>
 void registerEntities() {
-  (Quil::typeOf<Entities>(), ...);
+    (Quil::typeOf<Entities>(), ...);
 }
 
 }  // namespace
 
 void registerTypes() {
-  registerValues<Constants, ObjTuple, ObjTupleAndSource, DestDataIntf, DestDataVxlan, DestDataMpls, DestDataTunnel,
-                 Dest, CiDest, Host, HostAndSource, Label, LabelAndSource, LoadBalance, LoadBalanceAndSource,
-                 DestAndSource, TableInfo>();
-  registerEntities<HostInput, HostOutput, DestTable, DestOutput, LabelTable, LabelOutput, LoadBalanceTable,
-                   LoadBalanceOutput, ObjTupleManager>();
+    registerValues<Constants, ObjTuple, ObjTupleAndSource, DestDataIntf, DestDataVxlan, DestDataMpls, DestDataTunnel,
+                   Dest, CiDest, Host, HostAndSource, Label, LabelAndSource, LoadBalance, LoadBalanceAndSource,
+                   DestAndSource, TableInfo>();
+    registerEntities<HostInput, HostOutput, DestTable, DestOutput, LabelTable, LabelOutput, LoadBalanceTable,
+                     LoadBalanceOutput, ObjTupleManager>();
 }
 
 }  // namespace L2Rib

@@ -24,18 +24,18 @@ namespace Memtab {
 namespace BucketTable {
 
 struct L2RIB_EXPORT Header {
-  static constexpr std::uint32_t currentVersion = 1;
-  static constexpr char magicText[] = "MEMTBBKT";
+    static constexpr std::uint32_t currentVersion = 1;
+    static constexpr char magicText[] = "MEMTBBKT";
 
-  Mem::Word32 magic[2];
-  Mem::Word32 version;
-  Mem::Word32 fenix;
-  Mem::Word32 platform;
-  Mem::Word32 zero;
-  Mem::Word64 count;
-  std::byte rest[32];
+    Mem::Word32 magic[2];
+    Mem::Word32 version;
+    Mem::Word32 fenix;
+    Mem::Word32 platform;
+    Mem::Word32 zero;
+    Mem::Word64 count;
+    std::byte rest[32];
 
-  bool validate(Quil::Trace& debug, std::uint64_t fileSize, FenixId wantedFenix, Quil::String& reason) const;
+    bool validate(Quil::Trace& debug, std::uint64_t fileSize, FenixId wantedFenix, Quil::String& reason) const;
 };
 static_assert(sizeof(Header) == 64 && offsetof(Header, fenix) == 12 && offsetof(Header, count) == 24);
 
@@ -49,49 +49,51 @@ std::uint32_t endNaming(std::uint32_t bucket, std::uint32_t numBuckets);
 // The writer's side.
 class L2RIB_EXPORT BucketWriterTable {
  public:
-  static constexpr const char* fileName = "buckets";
+    static constexpr const char* fileName = "buckets";
 
-  // A fresh file with this many empty buckets, a power of two; it has its name only after publish().
-  void create(Mem::Directory& directory, std::uint32_t numBuckets, FenixId fenix);
-  std::uint32_t numBuckets() const { return numBuckets_; }
-  Mem::Segment& segment() { return *segment_; }
-  Mem::Word64& operator[](std::uint32_t bucket);  // raises corruption when out of range
-  // Makes room for this many buckets, without publishing the count.
-  void resize(std::uint32_t numBuckets);
-  // ORDER buckets, with BucketReaderTable::checkResize: every link below the new count is complete.
-  void publishCount(std::uint32_t numBuckets);
-  void detach() { segment_.reset(); }
+    // A fresh file with this many empty buckets, a power of two; it has its name only after publish().
+    void create(Mem::Directory& directory, std::uint32_t numBuckets, FenixId fenix);
+    std::uint32_t numBuckets() const { return numBuckets_; }
+    Mem::Segment& segment() { return *segment_; }
+    Mem::Word64& operator[](std::uint32_t bucket);  // raises corruption when out of range
+    // Makes room for this many buckets, without publishing the count.
+    void resize(std::uint32_t numBuckets);
+    // ORDER buckets, with BucketReaderTable::checkResize: every link below the new count is complete.
+    void publishCount(std::uint32_t numBuckets);
+    void detach() { segment_.reset(); }
 
  private:
-  BucketTable::Header& header() { return *reinterpret_cast<BucketTable::Header*>(segment_->base()); }
-  Mem::Word64* links() { return reinterpret_cast<Mem::Word64*>(segment_->base() + 64); }
-  std::unique_ptr<Mem::Segment> segment_;
-  std::uint32_t numBuckets_ = 0;  // published
-  std::uint32_t room_ = 0;        // buckets the file has links for
+    BucketTable::Header& header() { return *reinterpret_cast<BucketTable::Header*>(segment_->base()); }
+    Mem::Word64* links() { return reinterpret_cast<Mem::Word64*>(segment_->base() + 64); }
+    std::unique_ptr<Mem::Segment> segment_;
+    std::uint32_t numBuckets_ = 0;  // published
+    std::uint32_t room_ = 0;        // buckets the file has links for
 };
 
 // A reader's side.
 class L2RIB_EXPORT BucketReaderTable {
  public:
-  bool attach(Quil::Trace& debug, Mem::Directory& directory, FenixId fenix, Quil::String& reason);
-  std::uint32_t numBuckets() const { return numBuckets_; }
-  std::uint32_t countCounter() const { return count_.counter(); }
-  // Requires: bucket below numBuckets().
-  const Mem::Word64& link(std::uint32_t bucket) const { return links_[bucket]; }
-  const Mem::Word64& operator[](std::uint32_t bucket) const;  // raises corruption when out of range
-  // Whether the count word differs from the one this mapping was made for.
-  bool isStale() const { return !(Mem::Versioned::load(*countWord_) == count_); }
-  // Remaps when it is stale; returns whether it was.
-  bool checkResize(Quil::Trace& debug);
+    bool attach(Quil::Trace& debug, Mem::Directory& directory, FenixId fenix, Quil::String& reason);
+    std::uint32_t numBuckets() const { return numBuckets_; }
+    std::uint32_t countCounter() const { return count_.counter(); }
+    // Requires: bucket below numBuckets().
+    const Mem::Word64& link(std::uint32_t bucket) const { return links_[bucket]; }
+    const Mem::Word64& operator[](std::uint32_t bucket) const;  // raises corruption when out of range
+    // Whether the count word differs from the one this mapping was made for.
+    bool isStale() const { return !(Mem::Versioned::load(*countWord_) == count_); }
+    // Remaps when it is stale; returns whether it was.
+    bool checkResize(Quil::Trace& debug);
 
  private:
-  void readCount();
-  const BucketTable::Header& header() const { return *reinterpret_cast<const BucketTable::Header*>(segment_->base()); }
-  std::unique_ptr<Mem::Segment> segment_;
-  const Mem::Word64* countWord_ = nullptr;
-  const Mem::Word64* links_ = nullptr;
-  Mem::Versioned count_{0};
-  std::uint32_t numBuckets_ = 0;
+    void readCount();
+    const BucketTable::Header& header() const {
+        return *reinterpret_cast<const BucketTable::Header*>(segment_->base());
+    }
+    std::unique_ptr<Mem::Segment> segment_;
+    const Mem::Word64* countWord_ = nullptr;
+    const Mem::Word64* links_ = nullptr;
+    Mem::Versioned count_{0};
+    std::uint32_t numBuckets_ = 0;
 };
 
 }  // namespace Memtab

@@ -9,7 +9,7 @@ namespace Memtab::Compatibility {
 constexpr std::uint32_t thisPlatform = 1;
 
 inline Quil::String platformType(std::uint32_t platform) {
-  return platform == thisPlatform ? Quil::String("little-endian") : Quil::cat("unknown (", platform, ")");
+    return platform == thisPlatform ? Quil::String("little-endian") : Quil::cat("unknown (", platform, ")");
 }
 
 }  // namespace Memtab::Compatibility

@@ -37,36 +37,36 @@ constexpr const char* fileNames[2] = {"conquer.1", "conquer.2"};
 constexpr std::uint64_t fileSize(std::uint32_t notifications) { return 72 + recordSize * notifications; }
 
 struct Record {
-  Mem::SplitWord64 sequence;
-  Mem::Word32 slot;
+    Mem::SplitWord64 sequence;
+    Mem::Word32 slot;
 };
 static_assert(sizeof(Record) == 12 && alignof(Record) == 4 && offsetof(Record, slot) == 8);
 
 struct L2RIB_EXPORT Header {
-  static constexpr std::uint32_t currentVersion = 7;
-  static constexpr char magicText[] = "MEMTBCQR";
+    static constexpr std::uint32_t currentVersion = 7;
+    static constexpr char magicText[] = "MEMTBCQR";
 
-  Mem::Word32 magic[2];
-  Mem::Word32 version;
-  Mem::Word32 fenix;
-  Mem::Word64 minSeq;
-  Mem::Word32 numReaders;
-  Mem::Word32 unused;
-  Mem::Word64 current;
-  Mem::Word64 corralStart;
-  Mem::Word64 corralEnd;
-  Mem::Word64 notifications;
-  Mem::Word32 currentPos;
-  // the records follow at recordsOffset
+    Mem::Word32 magic[2];
+    Mem::Word32 version;
+    Mem::Word32 fenix;
+    Mem::Word64 minSeq;
+    Mem::Word32 numReaders;
+    Mem::Word32 unused;
+    Mem::Word64 current;
+    Mem::Word64 corralStart;
+    Mem::Word64 corralEnd;
+    Mem::Word64 notifications;
+    Mem::Word32 currentPos;
+    // the records follow at recordsOffset
 
-  // Formats an empty queue in zeroed memory.
-  void format(FenixId fenixId, std::uint32_t capacity);
-  bool validate(Quil::Trace& debug, std::uint64_t size, FenixId wantedFenix, Quil::String& reason) const;
-  void trace(Quil::Trace& debug) const;  // one line at level 3
-  Record& record(std::uint32_t position) {
-    return *reinterpret_cast<Record*>(reinterpret_cast<std::byte*>(this) + recordsOffset + position * recordSize);
-  }
-  const Record& record(std::uint32_t position) const { return const_cast<Header*>(this)->record(position); }
+    // Formats an empty queue in zeroed memory.
+    void format(FenixId fenixId, std::uint32_t capacity);
+    bool validate(Quil::Trace& debug, std::uint64_t size, FenixId wantedFenix, Quil::String& reason) const;
+    void trace(Quil::Trace& debug) const;  // one line at level 3
+    Record& record(std::uint32_t position) {
+        return *reinterpret_cast<Record*>(reinterpret_cast<std::byte*>(this) + recordsOffset + position * recordSize);
+    }
+    const Record& record(std::uint32_t position) const { return const_cast<Header*>(this)->record(position); }
 };
 static_assert(offsetof(Header, version) == 8 && offsetof(Header, fenix) == 12 && offsetof(Header, minSeq) == 16);
 static_assert(offsetof(Header, numReaders) == 24 && offsetof(Header, current) == 32);

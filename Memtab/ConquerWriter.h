@@ -18,59 +18,64 @@ namespace Memtab {
 
 class L2RIB_EXPORT ConquerWriter {
  public:
-  ConquerWriter(Quil::Trace& debug, const Options& options) : debug_(debug), pruneConquer_(options.pruneConquer) {}
+    ConquerWriter(Quil::Trace& debug, const Options& options) : debug_(debug), pruneConquer_(options.pruneConquer) {}
 
-  // Two fresh files for a table of so many slots; they have their names only after publish().
-  void create(Mem::Directory& directory, FenixId fenix, std::uint32_t numSlots);
-  void publish(Mem::Directory& directory);
-  void cleanup(Mem::Directory& directory);
-  void detach();
-  // Who reads. Null for a table that nobody else sees.
-  void kickSmIs(Mem::WriterKickSm* kickSm) { kickSm_ = kickSm; }
+    // Two fresh files for a table of so many slots; they have their names only after publish().
+    void create(Mem::Directory& directory, FenixId fenix, std::uint32_t numSlots);
+    void publish(Mem::Directory& directory);
+    void cleanup(Mem::Directory& directory);
+    void detach();
+    // Who reads. Null for a table that nobody else sees.
+    void kickSmIs(Mem::WriterKickSm* kickSm) { kickSm_ = kickSm; }
 
-  // Makes room for one more notification of a slot below numSlots, so that notify() cannot fail for want of memory.
-  void reserve(std::uint32_t numSlots);
-  void notify(std::uint32_t slot);     // the slot changed: written, removed, moved
-  bool tombstone(std::uint32_t slot);  // makes the slot's live record obsolete; whether there was one
-  std::uint64_t prune() const;         // the sequence below which tombstones may go
-  void compact(std::uint64_t minSeq);
-  void updateNumReaders();
+    // Makes room for one more notification of a slot below numSlots, so that notify() cannot fail for want of memory.
+    void reserve(std::uint32_t numSlots);
+    // A notification of the slot follows soon: asks for the memory it will touch.
+    void prefetch(std::uint32_t slot) {
+        if (slot >= conquerPos_.size() || conquerPos_[slot] >= capacity_) return;
+        __builtin_prefetch(&current().record(conquerPos_[slot]), 1);
+    }
+    void notify(std::uint32_t slot);     // the slot changed: written, removed, moved
+    bool tombstone(std::uint32_t slot);  // makes the slot's live record obsolete; whether there was one
+    std::uint64_t prune() const;         // the sequence below which tombstones may go
+    void compact(std::uint64_t minSeq);
+    void updateNumReaders();
 
-  const std::uint64_t& sequence() const { return sequence_; }  // of the last notification
-  std::uint32_t capacity() const { return capacity_; }
+    const std::uint64_t& sequence() const { return sequence_; }  // of the last notification
+    std::uint32_t capacity() const { return capacity_; }
 
-  struct Counters {
-    std::uint64_t notifications = 0;
-    std::uint64_t tombstones = 0;
-    std::uint64_t compactions = 0;
-  };
-  const Counters& counters() const { return counters_; }
+    struct Counters {
+        std::uint64_t notifications = 0;
+        std::uint64_t tombstones = 0;
+        std::uint64_t compactions = 0;
+    };
+    const Counters& counters() const { return counters_; }
 
  private:
-  static constexpr std::uint32_t noPosition = 0xFFFFFFFFu;
+    static constexpr std::uint32_t noPosition = 0xFFFFFFFFu;
 
-  ConquerTable::Header& table(std::uint32_t id) {
-    return *reinterpret_cast<ConquerTable::Header*>(segments_[id]->base());
-  }
-  ConquerTable::Header& current() { return table(currentId_); }
-  std::uint32_t survivors(std::uint64_t minSeq);
-  std::uint32_t fittingCapacity(std::uint32_t records) const;
-  void lengthen(std::uint32_t id, std::uint32_t capacity);
-  std::uint32_t copySurvivors(ConquerTable::Header& to, std::uint64_t minSeq);
-  void switchTo(std::uint32_t id);
+    ConquerTable::Header& table(std::uint32_t id) {
+        return *reinterpret_cast<ConquerTable::Header*>(segments_[id]->base());
+    }
+    ConquerTable::Header& current() { return table(currentId_); }
+    std::uint32_t survivors(std::uint64_t minSeq);
+    std::uint32_t fittingCapacity(std::uint32_t records) const;
+    void lengthen(std::uint32_t id, std::uint32_t capacity);
+    std::uint32_t copySurvivors(ConquerTable::Header& to, std::uint64_t minSeq);
+    void switchTo(std::uint32_t id);
 
-  Quil::Trace& debug_;
-  const bool pruneConquer_;
-  Mem::WriterKickSm* kickSm_ = nullptr;
-  std::unique_ptr<Mem::Segment> segments_[2];
-  std::uint32_t currentId_ = 0;        // mirrors the current word
-  std::uint32_t capacity_ = 0;         // records the current file has room for
-  std::uint32_t initialCapacity_ = 0;  // it never has less
-  std::uint32_t position_ = 0;         // mirrors currentPos
-  std::uint64_t sequence_ = 0;
-  std::uint64_t minSeq_ = 0;
-  std::vector<std::uint32_t> conquerPos_;  // by slot: position of its live record
-  Counters counters_;
+    Quil::Trace& debug_;
+    const bool pruneConquer_;
+    Mem::WriterKickSm* kickSm_ = nullptr;
+    std::unique_ptr<Mem::Segment> segments_[2];
+    std::uint32_t currentId_ = 0;        // mirrors the current word
+    std::uint32_t capacity_ = 0;         // records the current file has room for
+    std::uint32_t initialCapacity_ = 0;  // it never has less
+    std::uint32_t position_ = 0;         // mirrors currentPos
+    std::uint64_t sequence_ = 0;
+    std::uint64_t minSeq_ = 0;
+    std::vector<std::uint32_t> conquerPos_;  // by slot: position of its live record
+    Counters counters_;
 };
 
 }  // namespace Memtab

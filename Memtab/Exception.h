@@ -8,8 +8,8 @@ namespace Memtab {
 // A table of fixed capacity has no free slot. Nothing was changed or announced.
 class L2RIB_EXPORT TableFullException : public Quil::Exception {
  public:
-  using Exception::Exception;
-  ~TableFullException() override;
+    using Exception::Exception;
+    ~TableFullException() override;
 };
 
 }  // namespace Memtab

@@ -24,57 +24,57 @@ namespace Memtab {
 template <class Key, class Value, class OpsType>
 class Follower {
  public:
-  using Reader = MemtabReader<Key, Value, OpsType>;
+    using Reader = MemtabReader<Key, Value, OpsType>;
 
-  // Starts over with this table: marks every key known so far and every key of the table.
-  void resynchronise(Reader& reader, ConquerReader& queue) {
-    for (const auto& key : keys_) {
-      if (key) marked_.insert(*key);
+    // Starts over with this table: marks every key known so far and every key of the table.
+    void resynchronise(Reader& reader, ConquerReader& queue) {
+        for (const auto& key : keys_) {
+            if (key) marked_.insert(*key);
+        }
+        keys_.clear();
+        // What changes from here on is queued behind the sequence taken now; what changed before is seen by the scan.
+        queue.skipToEnd();
+        for (std::uint32_t slot = 0; slot < reader.numSlots(); ++slot) note(reader, slot);
     }
-    keys_.clear();
-    // What changes from here on is queued behind the sequence taken now; what changed before is seen by the scan.
-    queue.skipToEnd();
-    for (std::uint32_t slot = 0; slot < reader.numSlots(); ++slot) note(reader, slot);
-  }
 
-  // The table hands out this entry, found in this slot.
-  void saw(std::uint32_t slot, const Key& key) {
-    if (slot >= keys_.size()) keys_.resize(slot + 1);
-    if (keys_[slot] && OpsType::equal(*keys_[slot], key)) return;
-    if (keys_[slot]) marked_.insert(*keys_[slot]);
-    keys_[slot] = key;
-  }
-
-  // One turn of bounded work: takes at most so many notifications and delivers at most so many keys. Returns whether
-  // there is more to do.
-  template <class Deliver>
-  bool poll(Reader& reader, ConquerReader& queue, std::size_t budget, Deliver&& deliver) {
-    slots_.clear();
-    const bool more = queue.poll(slots_, budget);
-    for (const std::uint32_t slot : slots_) note(reader, slot);
-    for (; budget > 0 && !marked_.empty(); --budget) {
-      const Key key = *marked_.begin();
-      marked_.erase(marked_.begin());
-      deliver(key);
+    // The table hands out this entry, found in this slot.
+    void saw(std::uint32_t slot, const Key& key) {
+        if (slot >= keys_.size()) keys_.resize(slot + 1);
+        if (keys_[slot] && OpsType::equal(*keys_[slot], key)) return;
+        if (keys_[slot]) marked_.insert(*keys_[slot]);
+        keys_[slot] = key;
     }
-    return more || !marked_.empty();
-  }
+
+    // One turn of bounded work: takes at most so many notifications and delivers at most so many keys. Returns whether
+    // there is more to do.
+    template <class Deliver>
+    bool poll(Reader& reader, ConquerReader& queue, std::size_t budget, Deliver&& deliver) {
+        slots_.clear();
+        const bool more = queue.poll(slots_, budget);
+        for (const std::uint32_t slot : slots_) note(reader, slot);
+        for (; budget > 0 && !marked_.empty(); --budget) {
+            const Key key = *marked_.begin();
+            marked_.erase(marked_.begin());
+            deliver(key);
+        }
+        return more || !marked_.empty();
+    }
 
  private:
-  void note(Reader& reader, std::uint32_t slot) {
-    Value value;
-    if (reader.safeValue(slot, value)) {
-      saw(slot, value.fwkKey());
-      marked_.insert(value.fwkKey());
-    } else if (slot < keys_.size() && keys_[slot]) {
-      marked_.insert(*keys_[slot]);
-      keys_[slot].reset();
+    void note(Reader& reader, std::uint32_t slot) {
+        Value value;
+        if (reader.safeValue(slot, value)) {
+            saw(slot, value.fwkKey());
+            marked_.insert(value.fwkKey());
+        } else if (slot < keys_.size() && keys_[slot]) {
+            marked_.insert(*keys_[slot]);
+            keys_[slot].reset();
+        }
     }
-  }
 
-  std::vector<std::optional<Key>> keys_;  // by slot: the key last seen there, by anyone
-  std::set<Key> marked_;                  // to be delivered
-  std::vector<std::uint32_t> slots_;      // of the turn under way
+    std::vector<std::optional<Key>> keys_;  // by slot: the key last seen there, by anyone
+    std::set<Key> marked_;                  // to be delivered
+    std::vector<std::uint32_t> slots_;      // of the turn under way
 };
 
 }  // namespace Memtab

@@ -24,299 +24,301 @@ enum class Mode { local, writer, reader, shadow };
 
 // Where a table is mounted.
 struct MountPoint {
-  Quil::EventLoop& loop;
-  Quil::String root;        // "/dev/shm/l2rib"
-  Quil::String readerName;  // how the writer's tools list this reader
+    Quil::EventLoop& loop;
+    Quil::String root;        // "/dev/shm/l2rib"
+    Quil::String readerName;  // how the writer's tools list this reader
 };
 
 // What the owner is told. Each is called on the event loop, after the change is visible.
 template <class Key>
 struct Hooks {
-  std::function<void(const Key&)> onKey;  // reading side: the entry of this key appeared, changed or went
-  std::function<void()> onCollection;     // reading side: the whole table may have changed
-  std::function<void()> onMountStatus;
-  std::function<void(const Quil::String&)> onCorruption;
+    std::function<void(const Key&)> onKey;  // reading side: the entry of this key appeared, changed or went
+    std::function<void()> onCollection;     // reading side: the whole table may have changed
+    std::function<void()> onMountStatus;
+    std::function<void(const Quil::String&)> onCorruption;
 };
 
 template <class Key, class Value, class OpsType>
 class MemtabMap : ReaderSm::Front {
  public:
-  using Writer = MemtabWriter<Key, Value, OpsType>;
-  using Reader = MemtabReader<Key, Value, OpsType>;
+    using Writer = MemtabWriter<Key, Value, OpsType>;
+    using Reader = MemtabReader<Key, Value, OpsType>;
 
-  explicit MemtabMap(SlotTable::Format stored) : stored_(std::move(stored)) {
-    static const Value defaultValue{};
-    stored_.valueSize = sizeof(Value);
-    stored_.defaultValue = &defaultValue;
-  }
-  ~MemtabMap() override = default;
-
-  const Quil::String& name() const { return name_; }
-  Mode mode() const { return mode_; }
-  bool mounted() const {
-    return mode_ == Mode::writer || (readerSm_ && readerSm_->state() == ReaderSm::State::mounted);
-  }
-  // There is a table to read: the own one, or files of a writer, be it gone.
-  bool isReadable() const { return mode_ != Mode::reader || attached_; }
-  // Of the mounted reader; detached when this map is none.
-  ReaderSm::State readerState() const { return readerSm_ ? readerSm_->state() : ReaderSm::State::detached; }
-  std::uint64_t corruptions() const { return corruptions_; }
-
-  // Private memory under the present name: usable at once, seen by nobody else.
-  void createDefaultLocalWriter() {
-    Options options;
-    options.initialSlots = 64;
-    becomes(Mode::local);
-    localDirectory_ = std::make_unique<Mem::LocalDirectory>(name_);
-    writer_ = std::make_unique<Writer>(debug(), name_, options, stored_);
-    writer_->attach(*localDirectory_, 1);
-  }
-
-  // Takes the place of what stood here before, local entries included.
-  // Throws InvalidInitializeException when another process writes the table.
-  void mount(Mode mode, const Options& options, const MountPoint& point) {
-    const Quil::String directory = directoryOf(point.root, name_);
-    if (mode == Mode::writer) {
-      mountWriter(options, point, directory);
-    } else if (mode == Mode::reader) {
-      mountReader(point, directory);
-    } else {
-      throw Verro::InvalidInitializeException(Quil::cat("MemtabMap::mount() ", name_, " mode not supported"));
+    explicit MemtabMap(SlotTable::Format stored) : stored_(std::move(stored)) {
+        static const Value defaultValue{};
+        stored_.valueSize = sizeof(Value);
+        stored_.defaultValue = &defaultValue;
     }
-  }
+    ~MemtabMap() override = default;
 
-  // Lets go of files and mappings. The files stay, for readers and for the next writer. A notification may call this.
-  void detach() {
-    if (readerSm_) readerSm_->detach();
-    if (!inTurn_) attached_.reset();
-    if (writer_) writer_->conquer().kickSmIs(nullptr);
-    writerMount_.reset();
-    writer_.reset();
-    hooks_.onMountStatus();
-  }
-
-  // Whether the files of this table under the root have sound headers of this table's type; traces what is wrong.
-  bool validateFiles(const Quil::String& root, unsigned /*flags*/) {
-    Mem::SharedDirectory directory(directoryOf(root, name_));
-    Quil::String reason;
-    Attached files(debug());
-    const bool good =
-        files.reader.attach(directory, 0, stored_, reason) && files.queue.attach(debug(), directory, 0, reason);
-    if (!good) debug().log(1, [&] { return Quil::cat("MemtabMap::validateFiles() ", name_, ": ", reason); });
-    return good;
-  }
-
-  // Insert or replace; remove. Corruption is reported to the hook and raised as an assertion exception.
-  void safeWrite(const Value& value) {
-    guarded("MemtabMap::safeWrite()", [&] { writer("MemtabMap::safeWrite()").write(value, true); });
-  }
-  bool safeRemove(const Key& key, Value& removed) {
-    bool found = false;
-    guarded("MemtabMap::safeRemove()", [&] { found = writer("MemtabMap::safeRemove()").remove(key, &removed); });
-    return found;
-  }
-
-  // The entry of the key; false leaves the default value. Corruption counts as absent.
-  bool lookup(const Key& key, Value& out) {
-    bool found = false;
-    const bool good = reading([&] {
-      if (attached_) {
-        attached_->reader.lookup(key, found, &out);
-        if (found) follower_.saw(attached_->reader.lastSlot(), key);
-      } else {
-        found = writer_ && writer_->lookup(key, out);
-      }
-    });
-    if (!good) found = false;
-    if (!found) out = Value();
-    return found;
-  }
-
-  // Walks in the table's order. Corruption ends the walk.
-  bool first(Value& out, ReaderIterHint& hint) {
-    return walk(out, hint,
-                [&] { return attached_ ? attached_->reader.first(out, hint) : writer_ && writer_->first(out); });
-  }
-  bool next(const Key& key, Value& out, ReaderIterHint& hint) {
-    return walk(out, hint, [&] {
-      return attached_ ? attached_->reader.next(key, out, hint) : writer_ && writer_->next(key, out);
-    });
-  }
-
-  // Of the last change: written here, or read and delivered.
-  std::uint64_t sequence() const { return attached_ ? attached_->queue.sequence() : writer_ ? writer_->sequence() : 0; }
-  // Null when the table is mounted for reading, or detached.
-  Writer* localWriter() { return writer_.get(); }
-  // Null unless files of a writer are mapped for reading.
-  const Reader* reader() const { return attached_ ? &attached_->reader : nullptr; }
-
-  // Counts it, traces it, leaves a record in the table's directory once per incarnation, and tells the owner.
-  void corruptionDetected(const Quil::String& message) {
-    ++corruptions_;
-    debug().log(1, [&] { return Quil::cat("MemtabMap::corruptionDetected() ", name_, ": ", message); });
-    if (!directory_.empty() && !corruptionRecorded_) {
-      corruptionRecorded_ = true;
-      Util::writeCorruptionFile(directory_, name_, message);
+    const Quil::String& name() const { return name_; }
+    Mode mode() const { return mode_; }
+    bool mounted() const {
+        return mode_ == Mode::writer || (readerSm_ && readerSm_->state() == ReaderSm::State::mounted);
     }
-    if (hooks_.onCorruption) hooks_.onCorruption(message);
-  }
+    // There is a table to read: the own one, or files of a writer, be it gone.
+    bool isReadable() const { return mode_ != Mode::reader || attached_; }
+    // Of the mounted reader; detached when this map is none.
+    ReaderSm::State readerState() const { return readerSm_ ? readerSm_->state() : ReaderSm::State::detached; }
+    std::uint64_t corruptions() const { return corruptions_; }
+
+    // Private memory under the present name: usable at once, seen by nobody else.
+    void createDefaultLocalWriter() {
+        Options options;
+        options.initialSlots = 64;
+        becomes(Mode::local);
+        localDirectory_ = std::make_unique<Mem::LocalDirectory>(name_);
+        writer_ = std::make_unique<Writer>(debug(), name_, options, stored_);
+        writer_->attach(*localDirectory_, 1);
+    }
+
+    // Takes the place of what stood here before, local entries included.
+    // Throws InvalidInitializeException when another process writes the table.
+    void mount(Mode mode, const Options& options, const MountPoint& point) {
+        const Quil::String directory = directoryOf(point.root, name_);
+        if (mode == Mode::writer) {
+            mountWriter(options, point, directory);
+        } else if (mode == Mode::reader) {
+            mountReader(point, directory);
+        } else {
+            throw Verro::InvalidInitializeException(Quil::cat("MemtabMap::mount() ", name_, " mode not supported"));
+        }
+    }
+
+    // Lets go of files and mappings. The files stay, for readers and for the next writer. A notification may call this.
+    void detach() {
+        if (readerSm_) readerSm_->detach();
+        if (!inTurn_) attached_.reset();
+        if (writer_) writer_->conquer().kickSmIs(nullptr);
+        writerMount_.reset();
+        writer_.reset();
+        hooks_.onMountStatus();
+    }
+
+    // Whether the files of this table under the root have sound headers of this table's type; traces what is wrong.
+    bool validateFiles(const Quil::String& root, unsigned /*flags*/) {
+        Mem::SharedDirectory directory(directoryOf(root, name_));
+        Quil::String reason;
+        Attached files(debug());
+        const bool good =
+            files.reader.attach(directory, 0, stored_, reason) && files.queue.attach(debug(), directory, 0, reason);
+        if (!good) debug().log(1, [&] { return Quil::cat("MemtabMap::validateFiles() ", name_, ": ", reason); });
+        return good;
+    }
+
+    // Insert or replace; remove. Corruption is reported to the hook and raised as an assertion exception.
+    void safeWrite(const Value& value) {
+        guarded("MemtabMap::safeWrite()", [&] { writer("MemtabMap::safeWrite()").write(value, true); });
+    }
+    bool safeRemove(const Key& key, Value& removed) {
+        bool found = false;
+        guarded("MemtabMap::safeRemove()", [&] { found = writer("MemtabMap::safeRemove()").remove(key, &removed); });
+        return found;
+    }
+
+    // The entry of the key; false leaves the default value. Corruption counts as absent.
+    bool lookup(const Key& key, Value& out) {
+        bool found = false;
+        const bool good = reading([&] {
+            if (attached_) {
+                attached_->reader.lookup(key, found, &out);
+                if (found) follower_.saw(attached_->reader.lastSlot(), key);
+            } else {
+                found = writer_ && writer_->lookup(key, out);
+            }
+        });
+        if (!good) found = false;
+        if (!found) out = Value();
+        return found;
+    }
+
+    // Walks in the table's order. Corruption ends the walk.
+    bool first(Value& out, ReaderIterHint& hint) {
+        return walk(out, hint,
+                    [&] { return attached_ ? attached_->reader.first(out, hint) : writer_ && writer_->first(out); });
+    }
+    bool next(const Key& key, Value& out, ReaderIterHint& hint) {
+        return walk(out, hint, [&] {
+            return attached_ ? attached_->reader.next(key, out, hint) : writer_ && writer_->next(key, out);
+        });
+    }
+
+    // Of the last change: written here, or read and delivered.
+    std::uint64_t sequence() const {
+        return attached_ ? attached_->queue.sequence() : writer_ ? writer_->sequence() : 0;
+    }
+    // Null when the table is mounted for reading, or detached.
+    Writer* localWriter() { return writer_.get(); }
+    // Null unless files of a writer are mapped for reading.
+    const Reader* reader() const { return attached_ ? &attached_->reader : nullptr; }
+
+    // Counts it, traces it, leaves a record in the table's directory once per incarnation, and tells the owner.
+    void corruptionDetected(const Quil::String& message) {
+        ++corruptions_;
+        debug().log(1, [&] { return Quil::cat("MemtabMap::corruptionDetected() ", name_, ": ", message); });
+        if (!directory_.empty() && !corruptionRecorded_) {
+            corruptionRecorded_ = true;
+            Util::writeCorruptionFile(directory_, name_, message);
+        }
+        if (hooks_.onCorruption) hooks_.onCorruption(message);
+    }
 
  protected:
-  void nameIs(const Quil::String& name) { name_ = name; }
-  void debugIs(Quil::Trace& debug) { debug_ = &debug; }
-  void hooksAre(Hooks<Key> hooks) { hooks_ = std::move(hooks); }
-  Quil::Trace& debug() const { return *debug_; }
+    void nameIs(const Quil::String& name) { name_ = name; }
+    void debugIs(Quil::Trace& debug) { debug_ = &debug; }
+    void hooksAre(Hooks<Key> hooks) { hooks_ = std::move(hooks); }
+    Quil::Trace& debug() const { return *debug_; }
 
  private:
-  static constexpr std::size_t keysPerTurn = 1024;
+    static constexpr std::size_t keysPerTurn = 1024;
 
-  struct WriterMount {
-    Mem::SharedDirectory directory;
-    SharedMem::FenixFile fenix;
-    std::unique_ptr<Mem::WriterKickSm> kickSm;
-    explicit WriterMount(const Quil::String& path) : directory(path), fenix(path) {}
-  };
-  struct Attached {
-    Reader reader;
-    ConquerReader queue;
-    explicit Attached(Quil::Trace& debug) : reader(debug) {}
-  };
+    struct WriterMount {
+        Mem::SharedDirectory directory;
+        SharedMem::FenixFile fenix;
+        std::unique_ptr<Mem::WriterKickSm> kickSm;
+        explicit WriterMount(const Quil::String& path) : directory(path), fenix(path) {}
+    };
+    struct Attached {
+        Reader reader;
+        ConquerReader queue;
+        explicit Attached(Quil::Trace& debug) : reader(debug) {}
+    };
 
-  static Quil::String directoryOf(const Quil::String& root, const Quil::String& name) {
-    const char* chroot = std::getenv("Q7_CHROOT");
-    return Quil::cat(chroot ? chroot : "", root, "/", name);
-  }
-
-  // Drops whatever stood behind the map before.
-  void becomes(Mode mode) {
-    readerSm_.reset();
-    attached_.reset();
-    if (writer_) writer_->conquer().kickSmIs(nullptr);
-    writerMount_.reset();
-    writer_.reset();
-    localDirectory_.reset();
-    directory_.clear();
-    corruptionRecorded_ = false;
-    mode_ = mode;
-  }
-
-  void mountWriter(const Options& options, const MountPoint& point, const Quil::String& directory) {
-    auto mount = std::make_unique<WriterMount>(directory);
-    mount->fenix.write();  // before any file of the new incarnation
-    auto writer = std::make_unique<Writer>(debug(), name_, options, stored_);
-    writer->attach(mount->directory, mount->fenix.id());
-    // Last, when everything is in place: who connects finds a whole table.
-    Writer* w = writer.get();
-    if (options.kickReaders) {
-      mount->kickSm = std::make_unique<Mem::WriterKickSm>(point.loop, directory, mount->fenix.id(), w->sequence(),
-                                                          [w] { w->conquer().updateNumReaders(); });
-      writer->conquer().kickSmIs(mount->kickSm.get());
+    static Quil::String directoryOf(const Quil::String& root, const Quil::String& name) {
+        const char* chroot = std::getenv("Q7_CHROOT");
+        return Quil::cat(chroot ? chroot : "", root, "/", name);
     }
-    becomes(Mode::writer);
-    directory_ = directory;
-    writer_ = std::move(writer);
-    writerMount_ = std::move(mount);
-    hooks_.onMountStatus();
-  }
 
-  void mountReader(const MountPoint& point, const Quil::String& directory) {
-    becomes(Mode::reader);
-    directory_ = directory;
-    readerSm_ = std::make_unique<ReaderSm>(debug(), point.loop, directory, point.readerName,
-                                           static_cast<ReaderSm::Front&>(*this));
-    readerSm_->start();
-  }
-
-  Writer& writer(const char* operation) {
-    if (!writer_) {
-      throw Quil::AssertionException(
-          Quil::cat(operation, " ", name_, mode_ == Mode::reader ? " is mounted read-only" : " is detached"));
+    // Drops whatever stood behind the map before.
+    void becomes(Mode mode) {
+        readerSm_.reset();
+        attached_.reset();
+        if (writer_) writer_->conquer().kickSmIs(nullptr);
+        writerMount_.reset();
+        writer_.reset();
+        localDirectory_.reset();
+        directory_.clear();
+        corruptionRecorded_ = false;
+        mode_ = mode;
     }
-    return *writer_;
-  }
 
-  template <class F>
-  void guarded(const char* operation, F&& run) {
-    try {
-      run();
-    } catch (const Verro::CorruptionDetectedException& error) {
-      corruptionDetected(error.what());
-      throw Quil::AssertionException(Quil::cat(operation, " in no man's land"));
+    void mountWriter(const Options& options, const MountPoint& point, const Quil::String& directory) {
+        auto mount = std::make_unique<WriterMount>(directory);
+        mount->fenix.write();  // before any file of the new incarnation
+        auto writer = std::make_unique<Writer>(debug(), name_, options, stored_);
+        writer->attach(mount->directory, mount->fenix.id());
+        // Last, when everything is in place: who connects finds a whole table.
+        Writer* w = writer.get();
+        if (options.kickReaders) {
+            mount->kickSm = std::make_unique<Mem::WriterKickSm>(point.loop, directory, mount->fenix.id(), w->sequence(),
+                                                                [w] { w->conquer().updateNumReaders(); });
+            writer->conquer().kickSmIs(mount->kickSm.get());
+        }
+        becomes(Mode::writer);
+        directory_ = directory;
+        writer_ = std::move(writer);
+        writerMount_ = std::move(mount);
+        hooks_.onMountStatus();
     }
-  }
-  template <class F>
-  bool reading(F&& run) {
-    try {
-      run();
-      return true;
-    } catch (const Verro::CorruptionDetectedException& error) {
-      corruptionDetected(error.what());
-      return false;
+
+    void mountReader(const MountPoint& point, const Quil::String& directory) {
+        becomes(Mode::reader);
+        directory_ = directory;
+        readerSm_ = std::make_unique<ReaderSm>(debug(), point.loop, directory, point.readerName,
+                                               static_cast<ReaderSm::Front&>(*this));
+        readerSm_->start();
     }
-  }
 
-  template <class F>
-  bool walk(const Value& out, const ReaderIterHint& hint, F&& step) {
-    bool found = false;
-    if (!reading([&] { found = step(); })) return false;
-    if (found && attached_) follower_.saw(hint.slot, out.fwkKey());
-    return found;
-  }
-
-  bool attachFiles(FenixId fenix, Quil::String& reason) override {
-    Mem::SharedDirectory directory(directory_);
-    auto fresh = std::make_unique<Attached>(debug());
-    if (!fresh->reader.attach(directory, fenix, stored_, reason) ||
-        !fresh->queue.attach(debug(), directory, fenix, reason)) {
-      return false;
+    Writer& writer(const char* operation) {
+        if (!writer_) {
+            throw Quil::AssertionException(
+                Quil::cat(operation, " ", name_, mode_ == Mode::reader ? " is mounted read-only" : " is detached"));
+        }
+        return *writer_;
     }
-    const bool good = reading([&] { follower_.resynchronise(fresh->reader, fresh->queue); });
-    if (!good) {
-      reason = "corruption detected";
-      return false;
+
+    template <class F>
+    void guarded(const char* operation, F&& run) {
+        try {
+            run();
+        } catch (const Verro::CorruptionDetectedException& error) {
+            corruptionDetected(error.what());
+            throw Quil::AssertionException(Quil::cat(operation, " in no man's land"));
+        }
     }
-    attached_ = std::move(fresh);
-    corruptionRecorded_ = false;
-    hooks_.onCollection();
-    return true;
-  }
+    template <class F>
+    bool reading(F&& run) {
+        try {
+            run();
+            return true;
+        } catch (const Verro::CorruptionDetectedException& error) {
+            corruptionDetected(error.what());
+            return false;
+        }
+    }
 
-  ReaderSm::Turn turn() override {
-    bool more = false;
-    inTurn_ = true;
-    const bool good =
-        reading([&] { more = follower_.poll(attached_->reader, attached_->queue, keysPerTurn, hooks_.onKey); });
-    inTurn_ = false;
-    if (readerSm_->state() == ReaderSm::State::detached) attached_.reset();
-    return !good ? ReaderSm::Turn::failed : more ? ReaderSm::Turn::more : ReaderSm::Turn::drained;
-  }
+    template <class F>
+    bool walk(const Value& out, const ReaderIterHint& hint, F&& step) {
+        bool found = false;
+        if (!reading([&] { found = step(); })) return false;
+        if (found && attached_) follower_.saw(hint.slot, out.fwkKey());
+        return found;
+    }
 
-  Mem::KickAck acknowledgement() const override {
-    Mem::KickAck ack;
-    ack.sequence = attached_->queue.sequence();
-    ack.slotCounter = attached_->reader.slotCounter();
-    ack.bucketCounter = attached_->reader.bucketCounter();
-    return ack;
-  }
+    bool attachFiles(FenixId fenix, Quil::String& reason) override {
+        Mem::SharedDirectory directory(directory_);
+        auto fresh = std::make_unique<Attached>(debug());
+        if (!fresh->reader.attach(directory, fenix, stored_, reason) ||
+            !fresh->queue.attach(debug(), directory, fenix, reason)) {
+            return false;
+        }
+        const bool good = reading([&] { follower_.resynchronise(fresh->reader, fresh->queue); });
+        if (!good) {
+            reason = "corruption detected";
+            return false;
+        }
+        attached_ = std::move(fresh);
+        corruptionRecorded_ = false;
+        hooks_.onCollection();
+        return true;
+    }
 
-  void onState() override { hooks_.onMountStatus(); }
+    ReaderSm::Turn turn() override {
+        bool more = false;
+        inTurn_ = true;
+        const bool good =
+            reading([&] { more = follower_.poll(attached_->reader, attached_->queue, keysPerTurn, hooks_.onKey); });
+        inTurn_ = false;
+        if (readerSm_->state() == ReaderSm::State::detached) attached_.reset();
+        return !good ? ReaderSm::Turn::failed : more ? ReaderSm::Turn::more : ReaderSm::Turn::drained;
+    }
 
-  SlotTable::Format stored_;
-  Quil::String name_;
-  Quil::Trace* debug_ = nullptr;
-  Hooks<Key> hooks_;
-  Mode mode_ = Mode::local;
-  Quil::String directory_;  // of a mounted table
-  std::uint64_t corruptions_ = 0;
-  bool corruptionRecorded_ = false;
-  bool inTurn_ = false;  // a callback of the reader's turn may be running
+    Mem::KickAck acknowledgement() const override {
+        Mem::KickAck ack;
+        ack.sequence = attached_->queue.sequence();
+        ack.slotCounter = attached_->reader.slotCounter();
+        ack.bucketCounter = attached_->reader.bucketCounter();
+        return ack;
+    }
 
-  std::unique_ptr<Mem::LocalDirectory> localDirectory_;  // local
-  std::unique_ptr<Writer> writer_;                       // local and writer
-  std::unique_ptr<WriterMount> writerMount_;             // writer; goes before what it watches
-  std::unique_ptr<Attached> attached_;                   // reader
-  Follower<Key, Value, OpsType> follower_;               // reader
-  std::unique_ptr<ReaderSm> readerSm_;                   // reader
+    void onState() override { hooks_.onMountStatus(); }
+
+    SlotTable::Format stored_;
+    Quil::String name_;
+    Quil::Trace* debug_ = nullptr;
+    Hooks<Key> hooks_;
+    Mode mode_ = Mode::local;
+    Quil::String directory_;  // of a mounted table
+    std::uint64_t corruptions_ = 0;
+    bool corruptionRecorded_ = false;
+    bool inTurn_ = false;  // a callback of the reader's turn may be running
+
+    std::unique_ptr<Mem::LocalDirectory> localDirectory_;  // local
+    std::unique_ptr<Writer> writer_;                       // local and writer
+    std::unique_ptr<WriterMount> writerMount_;             // writer; goes before what it watches
+    std::unique_ptr<Attached> attached_;                   // reader
+    Follower<Key, Value, OpsType> follower_;               // reader
+    std::unique_ptr<ReaderSm> readerSm_;                   // reader
 };
 
 }  // namespace Memtab

@@ -12,6 +12,8 @@
 //   Not promised: that two lookups, or two tables, belong to one moment.
 #pragma once
 
+#include <bit>
+
 #include "Memtab/BucketTable.h"
 #include "Memtab/SlotReaderTable.h"
 #include "Verro/Exception.h"
@@ -21,310 +23,329 @@ namespace Memtab {
 
 // Where a reader's walk stands: the slot last read and the state it had.
 struct ReaderIterHint {
-  std::uint32_t slot = endOfList;
-  std::uint32_t state = 0;
+    std::uint32_t slot = endOfList;
+    std::uint32_t state = 0;
 };
 
 template <class Key, class Value, class OpsType>
 class MemtabReader {
-  static_assert(std::is_trivially_copyable_v<Value> && sizeof(Value) % 4 == 0);
+    static_assert(std::is_trivially_copyable_v<Value> && sizeof(Value) % 4 == 0);
 
  public:
-  using IterHint = ReaderIterHint;
+    using IterHint = ReaderIterHint;
 
-  explicit MemtabReader(Quil::Trace& debug) : debug_(debug) {}
+    explicit MemtabReader(Quil::Trace& debug) : debug_(debug) {}
 
-  bool attach(Mem::Directory& directory, FenixId fenix, const SlotTable::Format& expected, Quil::String& reason) {
-    return slots_.attach(debug_, directory, fenix, expected, reason) &&
-           buckets_.attach(debug_, directory, fenix, reason);
-  }
+    bool attach(Mem::Directory& directory, FenixId fenix, const SlotTable::Format& expected, Quil::String& reason) {
+        return slots_.attach(debug_, directory, fenix, expected, reason) &&
+               buckets_.attach(debug_, directory, fenix, reason);
+    }
 
-  // The record of the key, in the buffer or, without one, in a private buffer that the next lookup overwrites.
-  // When the key is absent, found is false and the record is the default one.
-  const Value& lookup(const Key& key, bool& found, Value* buffer = nullptr) {
-    Value& out = buffer ? *buffer : value_;
-    stable([&] { found = doLookup(key, out); });
-    if (found) return out;
-    if (buffer) *buffer = default_;
-    hint_ = IterHint();
-    return default_;
-  }
+    // The record of the key, in the buffer or, without one, in a private buffer that the next lookup overwrites.
+    // When the key is absent, found is false and the record is the default one.
+    const Value& lookup(const Key& key, bool& found, Value* buffer = nullptr) {
+        Value& out = buffer ? *buffer : value_;
+        stable([&] { found = doLookup(key, out); });
+        if (found) return out;
+        if (buffer) *buffer = default_;
+        hint_ = IterHint();
+        return default_;
+    }
 
-  // Copies the entry of one slot. False when the slot is free, or not there any more.
-  bool safeValue(std::uint32_t index, Value& out) {
-    bool found = false;
-    stable([&] {
-      found = false;
-      if (index >= slots_.numSlots()) return;
-      found = (copyValue(slotAt(index), out) & occupied) != 0;
-    });
-    return found;
-  }
+    // Copies the entry of one slot. False when the slot is free, or not there any more.
+    bool safeValue(std::uint32_t index, Value& out) {
+        bool found = false;
+        stable([&] {
+            found = false;
+            if (index >= slots_.numSlots()) return;
+            found = (copyValue(slotAt(index), out) & occupied) != 0;
+        });
+        return found;
+    }
 
-  // The first entry of the table, and the one that follows a key, whether or not the key is still there.
-  bool first(Value& out, IterHint& hint) {
-    bool found = false;
-    stable([&] { found = seek(nullptr, out, hint); });
-    return found;
-  }
-  bool next(const Key& key, Value& out, IterHint& hint) {
-    bool found = false;
-    stable([&] {
-      const Step step = stepFrom(hint, out);
-      found = step == Step::lost ? seek(&key, out, hint) : step == Step::entry;
-    });
-    return found;
-  }
+    // The first entry of the table, and the one that follows a key, whether or not the key is still there.
+    bool first(Value& out, IterHint& hint) {
+        bool found = false;
+        stable([&] { found = seek(nullptr, out, hint); });
+        return found;
+    }
+    bool next(const Key& key, Value& out, IterHint& hint) {
+        bool found = false;
+        stable([&] {
+            const Step step = stepFrom(hint, out);
+            found = step == Step::lost ? seek(&key, out, hint) : step == Step::entry;
+        });
+        return found;
+    }
 
-  // The slot of the entry that the last successful lookup found.
-  std::uint32_t lastSlot() const { return hint_.slot; }
-  std::uint32_t numSlots() const { return slots_.numSlots(); }
-  std::uint32_t slotCounter() const { return slots_.countCounter(); }
-  std::uint32_t bucketCounter() const { return buckets_.countCounter(); }
-  std::uint64_t lookasides() const { return lookasides_; }  // values taken from the spare slot
-  std::uint64_t restarts() const { return restarts_; }      // walks begun again because the writer was at work
+    // The slot of the entry that the last successful lookup found.
+    std::uint32_t lastSlot() const { return hint_.slot; }
+    std::uint32_t numSlots() const { return slots_.numSlots(); }
+    std::uint32_t slotCounter() const { return slots_.countCounter(); }
+    std::uint32_t bucketCounter() const { return buckets_.countCounter(); }
+    std::uint64_t lookasides() const { return lookasides_; }  // values taken from the spare slot
+    std::uint64_t restarts() const { return restarts_; }      // walks begun again because the writer was at work
 
  private:
-  static constexpr std::size_t slotSize = (16 + sizeof(Value) + 7) / 8 * 8;
-  enum class Step { entry, end, lost };
+    static constexpr std::size_t slotSize = (16 + sizeof(Value) + 7) / 8 * 8;
+    enum class Step { entry, end, lost };
 
-  [[noreturn]] static void corrupt(Quil::String message) {
-    throw Verro::CorruptionDetectedException(std::move(message));
-  }
-
-  const SlotTable::Slot& slotAt(std::uint32_t index) const {
-    if (index >= slots_.numSlots()) [[unlikely]] {
-      corrupt(Quil::cat("SlotReader::operator[] out-of-range index: ", index, " max:", slots_.numSlots()));
-    }
-    return slots_.slot(index, slotSize);
-  }
-
-  // Repeats an attempt until no count word moved during it. An error of an attempt that ran over an outdated mapping
-  // is none.
-  template <class Attempt>
-  void stable(Attempt&& attempt) {
-    for (bool again = true; again;) {
-      try {
-        attempt();
-        again = doResize();
-      } catch (const Verro::CorruptionDetectedException&) {
-        if (!doResize()) throw;
-      }
-    }
-  }
-  bool doResize() {
-    if (!slots_.isStale() && !buckets_.isStale()) [[likely]]
-      return false;
-    const bool slotsMoved = slots_.checkResize();
-    return buckets_.checkResize(debug_) || slotsMoved;
-  }
-
-  // Copies one version of the slot's value and returns its state.
-  std::uint32_t copyValue(const SlotTable::Slot& slot, Value& out) {
-    std::uint32_t state = Mem::Atomics::load32(slot.state);
-    for (;;) {
-      const bool aside = (state & lookaside) != 0;
-      lookasides_ += aside;
-      // ORDER rewrite, with MemtabWriter::rewrite: bytes of the next version come with its state.
-      Mem::Atomics::copyOut<sizeof(Value)>(&out, (aside ? slots_.spare() : slot).value());
-      const std::uint32_t again = Mem::Atomics::load32(slot.state);
-      if (again == state) return state;
-      state = again;
-    }
-  }
-
-  // A cursor on a chain: the link through which the current slot was reached, and what it said then.
-  struct Cursor {
-    const Mem::Word64* link;
-    Mem::Versioned word;
-    bool atEnd() const { return (word.value() & endOfChain) != 0; }
-    bool stillLeadsHere() const { return Mem::Versioned::load(*link) == word; }
-  };
-  Cursor atBucket(std::uint32_t bucket) const {
-    const Mem::Word64& link = buckets_[bucket];
-    return {&link, Mem::Versioned::load(link)};
-  }
-
-  // What one look at a slot says: its order, and whether the look was at a linked entry at all.
-  struct Look {
-    std::uint32_t state;
-    std::uint32_t rhash;
-    bool isEntry;
-  };
-  static Look look(const SlotTable::Slot& slot) {
-    for (;;) {
-      const std::uint32_t state = Mem::Atomics::load32(slot.state);
-      const std::uint32_t rhash = Mem::Atomics::load32(slot.rhash);
-      if (Mem::Atomics::load32(slot.state) == state) return {state, rhash, (state & occupied) != 0};
-    }
-  }
-
-  // Tells a writer at work from damage: two restarts at one slot with every word unchanged.
-  class Restarts {
-   public:
-    explicit Restarts(std::uint64_t& counter) : counter_(counter) {}
-    void count(const Cursor& at, std::uint32_t state) {
-      ++counter_;
-      if (any_ && at.link == link_ && at.word == word_ && state == state_) {
-        corrupt(Quil::cat("MemtabReader::doLookup() slot linked but not occupied: ", at.word.value()));
-      }
-      any_ = true;
-      link_ = at.link;
-      word_ = at.word;
-      state_ = state;
+    [[noreturn]] static void corrupt(Quil::String message) {
+        throw Verro::CorruptionDetectedException(std::move(message));
     }
 
-   private:
-    std::uint64_t& counter_;
-    bool any_ = false;
-    const Mem::Word64* link_ = nullptr;
-    Mem::Versioned word_{0};
-    std::uint32_t state_ = 0;
-  };
+    const SlotTable::Slot& slotAt(std::uint32_t index) const {
+        if (index >= slots_.numSlots()) [[unlikely]] {
+            corrupt(Quil::cat("SlotReader::operator[] out-of-range index: ", index, " max:", slots_.numSlots()));
+        }
+        return slots_.slot(index, slotSize);
+    }
 
-  // One attempt. True when the key was found and copied out.
-  bool doLookup(const Key& key, Value& out) {
-    if (buckets_.numBuckets() == 0) {
-      debug_.log(5, [] { return Quil::String("MemtabReader::doLookup() bucket table detached"); });
-      return false;
+    // Repeats an attempt until no count word moved during it. An error of an attempt that ran over an outdated mapping
+    // is none.
+    template <class Attempt>
+    void stable(Attempt&& attempt) {
+        for (bool again = true; again;) {
+            try {
+                attempt();
+                again = doResize();
+            } catch (const Verro::CorruptionDetectedException&) {
+                if (!doResize()) throw;
+            }
+        }
     }
-    const std::uint32_t hash = OpsType::hash(key), wanted = Verro::Util::reverse(hash);
-    const std::uint32_t bucket = hash & (buckets_.numBuckets() - 1);
-    Restarts restarts(restarts_);
-    for (;;) {
-      const Found found = walkChain(bucket, key, wanted, out, restarts);
-      if (found != Found::restart) return found == Found::yes;
+    bool doResize() {
+        if (!slots_.isStale() && !buckets_.isStale()) [[likely]]
+            return false;
+        const bool slotsMoved = slots_.checkResize();
+        return buckets_.checkResize(debug_) || slotsMoved;
     }
-  }
 
-  enum class Found { yes, no, restart };
-  Found walkChain(std::uint32_t bucket, const Key& key, std::uint32_t wanted, Value& out, Restarts& restarts) {
-    Cursor at = atBucket(bucket);
-    for (std::uint32_t slotCount = 1; !at.atEnd(); ++slotCount) {
-      if (slotCount > slots_.numSlots()) [[unlikely]] {
-        corrupt(Quil::cat("MemtabReader::doLookup() hash chain cycle detected, slotCount:", slotCount,
-                          " capacity:", slots_.numSlots()));
-      }
-      const SlotTable::Slot& slot = slotAt(at.word.value());
-      Look seen = look(slot);
-      int order = wanted < seen.rhash ? -1 : wanted > seen.rhash;
-      if (seen.isEntry && order == 0) {
-        seen.state = copyValue(slot, out);
-        seen.isEntry = (seen.state & occupied) != 0;
-        order = OpsType::equal(key, out.fwkKey()) ? 0 : OpsType::less(key, out.fwkKey()) ? -1 : 1;
-      }
-      if (!seen.isEntry) [[unlikely]] {
-        restarts.count(at, seen.state);
-        return Found::restart;
-      }
-      // ORDER remove, with MemtabWriter::remove: the next link first, then whether the way here still stands. A
-      // slot that was freed and reused on the way is noticed by the link that no longer leads to it.
-      const Cursor onward{&slot.link, Mem::Versioned::load(slot.link)};
-      if (!at.stillLeadsHere()) [[unlikely]] {
-        ++restarts_;
-        return Found::restart;
-      }
-      if (order == 0) {
-        hint_ = {at.word.value(), seen.state};
-        return Found::yes;
-      }
-      if (order < 0) return Found::no;
-      checkBucket(seen.rhash, bucket, slot);
-      at = onward;
+    // Copies one version of the slot's value and returns its state.
+    std::uint32_t copyValue(const SlotTable::Slot& slot, Value& out) {
+        std::uint32_t state = Mem::Atomics::load32(slot.state);
+        for (;;) {
+            const bool aside = (state & lookaside) != 0;
+            lookasides_ += aside;
+            // ORDER rewrite, with MemtabWriter::rewrite: bytes of the next version come with its state.
+            Mem::Atomics::copyOut<sizeof(Value)>(&out, (aside ? slots_.spare() : slot).value());
+            const std::uint32_t again = Mem::Atomics::load32(slot.state);
+            if (again == state) return state;
+            state = again;
+        }
     }
-    return Found::no;
-  }
 
-  // A key may stand in the bucket it has with this number of buckets, or with half or twice as many: a split or merge
-  // may be under way.
-  void checkBucket(std::uint32_t rhash, std::uint32_t bucket, const SlotTable::Slot& slot) {
-    const std::uint32_t hash = Verro::Util::reverse(rhash), buckets = buckets_.numBuckets();
-    if ((hash & (buckets - 1)) == bucket || (buckets > 1 && (hash & (buckets / 2 - 1)) == bucket) ||
-        (hash & (2 * buckets - 1)) == bucket) [[likely]] {
-      return;
+    // A cursor on a chain: the link through which the current slot was reached, and what it said then.
+    struct Cursor {
+        const Mem::Word64* link;
+        Mem::Versioned word;
+        bool atEnd() const { return (word.value() & endOfChain) != 0; }
+        bool stillLeadsHere() const { return Mem::Versioned::load(*link) == word; }
+    };
+    Cursor atBucket(std::uint32_t bucket) const {
+        const Mem::Word64& link = buckets_[bucket];
+        return {&link, Mem::Versioned::load(link)};
     }
-    Value found;
-    copyValue(slot, found);
-    corrupt(Quil::cat("MemtabReader::doLookup() corrupt key detected. key:", OpsType::text(found.fwkKey())));
-  }
 
-  // The first entry behind a key in table order (of all, without a key).
-  bool seek(const Key* after, Value& out, IterHint& hint) {
-    if (buckets_.numBuckets() == 0) return false;
-    Restarts restarts(restarts_);
-    for (;;) {
-      const Found found = seekOnce(after, out, hint, restarts);
-      if (found != Found::restart) return found == Found::yes;
+    // What one look at a slot says: its order, and whether the look was at a linked entry at all.
+    struct Look {
+        std::uint32_t state;
+        std::uint32_t rhash;
+        bool isEntry;
+    };
+    static Look look(const SlotTable::Slot& slot) {
+        for (;;) {
+            const std::uint32_t state = Mem::Atomics::load32(slot.state);
+            const std::uint32_t rhash = Mem::Atomics::load32(slot.rhash);
+            if (Mem::Atomics::load32(slot.state) == state) return {state, rhash, (state & occupied) != 0};
+        }
     }
-  }
-  Found seekOnce(const Key* after, Value& out, IterHint& hint, Restarts& restarts) {
-    const std::uint32_t hash = after ? OpsType::hash(*after) : 0, rhash = Verro::Util::reverse(hash);
-    Cursor at = atBucket(hash & (buckets_.numBuckets() - 1));
-    for (std::uint64_t steps = 0;; ++steps) {
-      if (!nextSlot(at, steps)) return Found::no;
-      const SlotTable::Slot& slot = slotAt(at.word.value());
-      Look seen = look(slot);
-      bool behind = !after || seen.rhash > rhash;
-      if (seen.isEntry && (behind || seen.rhash == rhash)) {
-        seen.state = copyValue(slot, out);
-        seen.isEntry = (seen.state & occupied) != 0;
-        behind = behind || OpsType::less(*after, out.fwkKey());
-      }
-      if (!seen.isEntry) [[unlikely]] {
-        restarts.count(at, seen.state);
-        return Found::restart;
-      }
-      const Cursor onward{&slot.link, Mem::Versioned::load(slot.link)};
-      if (!at.stillLeadsHere()) [[unlikely]] {
-        ++restarts_;
-        return Found::restart;
-      }
-      if (behind) {
-        hint = {at.word.value(), seen.state};
-        return Found::yes;
-      }
-      at = onward;
-    }
-  }
 
-  // Follows the ends of chains to the bucket where the walk goes on. False at the end of the table.
-  bool nextSlot(Cursor& at, std::uint64_t& steps) const {
-    while (at.atEnd()) {
-      if (at.word.value() == endOfList) return false;
-      at = atBucket(at.word.value() & ~endOfChain);
-      ++steps;
-    }
-    if (steps > std::uint64_t(slots_.numSlots()) + buckets_.numBuckets()) {
-      corrupt(Quil::cat("MemtabReader::seek() cycle detected, steps:", steps, " capacity:", slots_.numSlots()));
-    }
-    return true;
-  }
+    // Tells a writer at work from damage: two restarts at one slot with every word unchanged.
+    class Restarts {
+     public:
+        explicit Restarts(std::uint64_t& counter) : counter_(counter) {}
+        void count(const Cursor& at, std::uint32_t state) {
+            ++counter_;
+            if (any_ && at.link == link_ && at.word == word_ && state == state_) {
+                corrupt(Quil::cat("MemtabReader::doLookup() slot linked but not occupied: ", at.word.value()));
+            }
+            any_ = true;
+            link_ = at.link;
+            word_ = at.word;
+            state_ = state;
+        }
 
-  // One step from the slot the hint names, while that still holds the entry it held. The slot's link is loaded before
-  // its state: a link that has become part of the free list comes with a state that shows it.
-  Step stepFrom(IterHint& hint, Value& out) {
-    if (hint.slot >= slots_.numSlots()) return Step::lost;
-    const SlotTable::Slot& from = slots_.slot(hint.slot, slotSize);
-    Cursor at{&from.link, Mem::Versioned::load(from.link)};
-    if (Mem::Atomics::load32(from.state) != hint.state) return Step::lost;
-    std::uint64_t steps = 0;
-    if (!nextSlot(at, steps)) return Step::end;
-    const std::uint32_t index = at.word.value();
-    const std::uint32_t state = copyValue(slotAt(index), out);
-    const bool good = (state & occupied) && at.stillLeadsHere() && Mem::Atomics::load32(from.state) == hint.state;
-    if (!good) return Step::lost;
-    hint = {index, state};
-    return Step::entry;
-  }
+     private:
+        std::uint64_t& counter_;
+        bool any_ = false;
+        const Mem::Word64* link_ = nullptr;
+        Mem::Versioned word_{0};
+        std::uint32_t state_ = 0;
+    };
 
-  Quil::Trace& debug_;
-  SlotReaderTable slots_;
-  BucketReaderTable buckets_;
-  const Value default_{};
-  Value value_{};
-  IterHint hint_;
-  std::uint64_t lookasides_ = 0;
-  std::uint64_t restarts_ = 0;
+    // One attempt. True when the key was found and copied out.
+    bool doLookup(const Key& key, Value& out) {
+        if (buckets_.numBuckets() == 0) {
+            debug_.log(5, [] { return Quil::String("MemtabReader::doLookup() bucket table detached"); });
+            return false;
+        }
+        const std::uint32_t hash = OpsType::hash(key), wanted = Verro::Util::reverse(hash);
+        const std::uint32_t bucket = hash & (buckets_.numBuckets() - 1);
+        Restarts restarts(restarts_);
+        for (;;) {
+            const Found found = walkChain(bucket, key, wanted, out, restarts);
+            if (found != Found::restart) return found == Found::yes;
+        }
+    }
+
+    enum class Found { yes, no, restart };
+    Found walkChain(std::uint32_t bucket, const Key& key, std::uint32_t wanted, Value& out, Restarts& restarts) {
+        Cursor at = atBucket(bucket);
+        for (std::uint32_t slotCount = 1; !at.atEnd(); ++slotCount) {
+            if (slotCount > slots_.numSlots()) [[unlikely]] {
+                corrupt(Quil::cat("MemtabReader::doLookup() hash chain cycle detected, slotCount:", slotCount,
+                                  " capacity:", slots_.numSlots()));
+            }
+            const SlotTable::Slot& slot = slotAt(at.word.value());
+            Look seen = look(slot);
+            int order = wanted < seen.rhash ? -1 : wanted > seen.rhash;
+            if (seen.isEntry && order == 0) {
+                seen.state = copyValue(slot, out);
+                seen.isEntry = (seen.state & occupied) != 0;
+                order = OpsType::equal(key, out.fwkKey()) ? 0 : OpsType::less(key, out.fwkKey()) ? -1 : 1;
+            }
+            if (!seen.isEntry) [[unlikely]] {
+                restarts.count(at, seen.state);
+                return Found::restart;
+            }
+            // ORDER remove, with MemtabWriter::remove: the next link first, then whether the way here still stands. A
+            // slot that was freed and reused on the way is noticed by the link that no longer leads to it.
+            const Cursor onward{&slot.link, Mem::Versioned::load(slot.link)};
+            if (!at.stillLeadsHere()) [[unlikely]] {
+                ++restarts_;
+                return Found::restart;
+            }
+            if (order == 0) {
+                hint_ = {at.word.value(), seen.state};
+                return Found::yes;
+            }
+            if (order < 0) return Found::no;
+            checkBucket(seen.rhash, bucket, slot);
+            at = onward;
+        }
+        return Found::no;
+    }
+
+    // A key may stand in the bucket it has with this number of buckets, or with half or twice as many: a split or merge
+    // may be under way.
+    void checkBucket(std::uint32_t rhash, std::uint32_t bucket, const SlotTable::Slot& slot) {
+        const std::uint32_t hash = Verro::Util::reverse(rhash), buckets = buckets_.numBuckets();
+        if ((hash & (buckets - 1)) == bucket || (buckets > 1 && (hash & (buckets / 2 - 1)) == bucket) ||
+            (hash & (2 * buckets - 1)) == bucket) [[likely]] {
+            return;
+        }
+        Value found;
+        copyValue(slot, found);
+        corrupt(Quil::cat("MemtabReader::doLookup() corrupt key detected. key:", OpsType::text(found.fwkKey())));
+    }
+
+    // The first entry behind a key in table order (of all, without a key).
+    bool seek(const Key* after, Value& out, IterHint& hint) {
+        if (buckets_.numBuckets() == 0) return false;
+        Restarts restarts(restarts_);
+        for (;;) {
+            const Found found = seekOnce(after, out, hint, restarts);
+            if (found != Found::restart) return found == Found::yes;
+        }
+    }
+    Found seekOnce(const Key* after, Value& out, IterHint& hint, Restarts& restarts) {
+        const std::uint32_t hash = after ? OpsType::hash(*after) : 0, rhash = Verro::Util::reverse(hash);
+        Cursor at = atBucket(hash & (buckets_.numBuckets() - 1));
+        for (std::uint64_t steps = 0;; ++steps) {
+            if (!nextSlot(at, steps)) return Found::no;
+            const SlotTable::Slot& slot = slotAt(at.word.value());
+            Look seen = look(slot);
+            bool behind = !after || seen.rhash > rhash;
+            if (seen.isEntry && (behind || seen.rhash == rhash)) {
+                seen.state = copyValue(slot, out);
+                seen.isEntry = (seen.state & occupied) != 0;
+                behind = behind || OpsType::less(*after, out.fwkKey());
+            }
+            if (!seen.isEntry) [[unlikely]] {
+                restarts.count(at, seen.state);
+                return Found::restart;
+            }
+            const Cursor onward{&slot.link, Mem::Versioned::load(slot.link)};
+            if (!at.stillLeadsHere()) [[unlikely]] {
+                ++restarts_;
+                return Found::restart;
+            }
+            if (behind) {
+                hint = {at.word.value(), seen.state};
+                return Found::yes;
+            }
+            at = onward;
+        }
+    }
+
+    // Follows the ends of chains to the bucket where the walk goes on. False at the end of the table.
+    bool nextSlot(Cursor& at, std::uint64_t& steps) const {
+        while (at.atEnd()) {
+            if (at.word.value() == endOfList) return false;
+            const std::uint32_t bucket = at.word.value() & ~endOfChain;
+            at = atBucket(bucket);
+            lookAhead(bucket);
+            ++steps;
+        }
+        if (steps > std::uint64_t(slots_.numSlots()) + buckets_.numBuckets()) {
+            corrupt(Quil::cat("MemtabReader::seek() cycle detected, steps:", steps, " capacity:", slots_.numSlots()));
+        }
+        return true;
+    }
+
+    // A walk visits buckets and slots in an order that no processor guesses: asks for those it comes to soon.
+    void lookAhead(std::uint32_t bucket) const {
+        constexpr std::uint32_t bucketsAhead = 32, slotsAhead = 16;
+        const std::uint32_t buckets = buckets_.numBuckets();
+        const int shift = 32 - std::countr_zero(buckets);
+        if (shift == 32) return;
+        const std::uint32_t position = Verro::Util::reverse(bucket) >> shift;
+        const auto link = [&](std::uint32_t ahead) -> const Mem::Word64& {
+            return buckets_.link(Verro::Util::reverse(((position + ahead) & (buckets - 1)) << shift));
+        };
+        __builtin_prefetch(&link(bucketsAhead));
+        const std::uint32_t next = Mem::Versioned::load(link(slotsAhead)).value();
+        if (next >= slots_.numSlots()) return;  // the end of an empty chain, too
+        const std::byte* slot = reinterpret_cast<const std::byte*>(&slots_.slot(next, slotSize));
+        for (std::size_t line = 0; line < slotSize; line += 64) __builtin_prefetch(slot + line);
+    }
+
+    // One step from the slot the hint names, while that still holds the entry it held. The slot's link is loaded before
+    // its state: a link that has become part of the free list comes with a state that shows it.
+    Step stepFrom(IterHint& hint, Value& out) {
+        if (hint.slot >= slots_.numSlots()) return Step::lost;
+        const SlotTable::Slot& from = slots_.slot(hint.slot, slotSize);
+        Cursor at{&from.link, Mem::Versioned::load(from.link)};
+        if (Mem::Atomics::load32(from.state) != hint.state) return Step::lost;
+        std::uint64_t steps = 0;
+        if (!nextSlot(at, steps)) return Step::end;
+        const std::uint32_t index = at.word.value();
+        const std::uint32_t state = copyValue(slotAt(index), out);
+        const bool good = (state & occupied) && at.stillLeadsHere() && Mem::Atomics::load32(from.state) == hint.state;
+        if (!good) return Step::lost;
+        hint = {index, state};
+        return Step::entry;
+    }
+
+    Quil::Trace& debug_;
+    SlotReaderTable slots_;
+    BucketReaderTable buckets_;
+    const Value default_{};
+    Value value_{};
+    IterHint hint_;
+    std::uint64_t lookasides_ = 0;
+    std::uint64_t restarts_ = 0;
 };
 
 }  // namespace Memtab

@@ -22,54 +22,54 @@ namespace Memtab {
 
 class L2RIB_EXPORT ReaderSm : Mem::ReaderKickSm::Handler, Quil::Clock::NotifieeConst {
  public:
-  enum class State { mounting, mounted, stale, detached };
-  enum class Turn { drained, more, failed };
+    enum class State { mounting, mounted, stale, detached };
+    enum class Turn { drained, more, failed };
 
-  // The table that is mounted.
-  class L2RIB_EXPORT Front {
-   public:
-    virtual ~Front();
-    // Maps the files of this incarnation in place of what was mapped before; false leaves everything as it was.
-    virtual bool attachFiles(SharedMem::FenixId fenix, Quil::String& reason) = 0;
-    // A bounded amount of work. Failed: the table does not hang together, mount it again later.
-    virtual Turn turn() = 0;
-    virtual Mem::KickAck acknowledgement() const = 0;
-    virtual void onState() = 0;
-  };
+    // The table that is mounted.
+    class L2RIB_EXPORT Front {
+     public:
+        virtual ~Front();
+        // Maps the files of this incarnation in place of what was mapped before; false leaves everything as it was.
+        virtual bool attachFiles(SharedMem::FenixId fenix, Quil::String& reason) = 0;
+        // A bounded amount of work. Failed: the table does not hang together, mount it again later.
+        virtual Turn turn() = 0;
+        virtual Mem::KickAck acknowledgement() const = 0;
+        virtual void onState() = 0;
+    };
 
-  ReaderSm(Quil::Trace& debug, Quil::EventLoop& loop, Quil::String directory, Quil::String readerName, Front& front);
-  void start() { tryMount(); }
-  void detach();
-  State state() const { return state_; }
-  bool isAttached() const { return attached_ != 0; }  // there are files to read, old or current
+    ReaderSm(Quil::Trace& debug, Quil::EventLoop& loop, Quil::String directory, Quil::String readerName, Front& front);
+    void start() { tryMount(); }
+    void detach();
+    State state() const { return state_; }
+    bool isAttached() const { return attached_ != 0; }  // there are files to read, old or current
 
  private:
-  static constexpr Quil::Seconds retryInterval = 0.25;
-  static constexpr Quil::Seconds welcomeTimeout = 2;
-  static constexpr Quil::Seconds corruptionPause = 1;
-  static constexpr Quil::Seconds acknowledgeRetry = 0.01;
+    static constexpr Quil::Seconds retryInterval = 0.25;
+    static constexpr Quil::Seconds welcomeTimeout = 2;
+    static constexpr Quil::Seconds corruptionPause = 1;
+    static constexpr Quil::Seconds acknowledgeRetry = 0.01;
 
-  void onWelcome(SharedMem::FenixId fenix) override;
-  void onKick() override { work(); }
-  void onClosed() override;
-  void onTime() override;
-  void onDirectoryChange();
-  void tryMount();
-  bool attach(SharedMem::FenixId fenix);
-  void work();
-  void stateIs(State state);
-  void wakeIn(Quil::Seconds delay) { wakeupTimeIs(loop_.clock()->now() + delay); }
+    void onWelcome(SharedMem::FenixId fenix) override;
+    void onKick() override { work(); }
+    void onClosed() override;
+    void onTime() override;
+    void onDirectoryChange();
+    void tryMount();
+    bool attach(SharedMem::FenixId fenix);
+    void work();
+    void stateIs(State state);
+    void wakeIn(Quil::Seconds delay) { wakeupTimeIs(loop_.clock()->now() + delay); }
 
-  Quil::Trace& debug_;
-  Quil::EventLoop& loop_;
-  const Quil::String directory_;
-  const Quil::String readerName_;
-  Front& front_;
-  State state_ = State::mounting;
-  SharedMem::FenixId attached_ = 0;  // incarnation of the mapped files; 0: none
-  bool working_ = false;             // the next wake-up is a turn, not an attempt to mount
-  std::unique_ptr<Mem::ReaderKickSm> kick_;
-  std::unique_ptr<Mem::InotifyWatcher> watcher_;
+    Quil::Trace& debug_;
+    Quil::EventLoop& loop_;
+    const Quil::String directory_;
+    const Quil::String readerName_;
+    Front& front_;
+    State state_ = State::mounting;
+    SharedMem::FenixId attached_ = 0;  // incarnation of the mapped files; 0: none
+    bool working_ = false;             // the next wake-up is a turn, not an attempt to mount
+    std::unique_ptr<Mem::ReaderKickSm> kick_;
+    std::unique_ptr<Mem::InotifyWatcher> watcher_;
 };
 
 }  // namespace Memtab

@@ -56,64 +56,64 @@ namespace SlotTable {
 
 // What is stored: the same in the writer and in every reader, or they do not share a table.
 struct Format {
-  Quil::String valueType;
-  Quil::String classType;
-  std::uint32_t valueSize = 0;
-  const void* defaultValue = nullptr;  // valueSize bytes of a default-constructed record
+    Quil::String valueType;
+    Quil::String classType;
+    std::uint32_t valueSize = 0;
+    const void* defaultValue = nullptr;  // valueSize bytes of a default-constructed record
 
-  std::uint32_t slotSize() const { return (16 + valueSize + 7) / 8 * 8; }
-  std::uint64_t headerSize() const { return std::uint64_t(192) + slotSize(); }
-  std::uint64_t fileSize(std::uint32_t slots) const { return headerSize() + std::uint64_t(slots) * slotSize(); }
+    std::uint32_t slotSize() const { return (16 + valueSize + 7) / 8 * 8; }
+    std::uint64_t headerSize() const { return std::uint64_t(192) + slotSize(); }
+    std::uint64_t fileSize(std::uint32_t slots) const { return headerSize() + std::uint64_t(slots) * slotSize(); }
 };
 
 struct Slot {
-  Mem::Word64 link;
-  Mem::Word32 state;
-  Mem::Word32 rhash;
-  // the value, valueSize bytes, and padding to slotSize
+    Mem::Word64 link;
+    Mem::Word32 state;
+    Mem::Word32 rhash;
+    // the value, valueSize bytes, and padding to slotSize
 
-  std::byte* value() { return reinterpret_cast<std::byte*>(this) + 16; }
-  const std::byte* value() const { return reinterpret_cast<const std::byte*>(this) + 16; }
+    std::byte* value() { return reinterpret_cast<std::byte*>(this) + 16; }
+    const std::byte* value() const { return reinterpret_cast<const std::byte*>(this) + 16; }
 };
 static_assert(sizeof(Slot) == 16 && offsetof(Slot, state) == 8 && offsetof(Slot, rhash) == 12);
 
 struct L2RIB_EXPORT Header {
-  static constexpr std::size_t nameSize = 64;  // with the terminator
-  static constexpr std::uint32_t currentVersion = 12;
-  static constexpr std::uint32_t formatParameter = 2;
-  static constexpr char magicText[] = "MEMTBSLT";
+    static constexpr std::size_t nameSize = 64;  // with the terminator
+    static constexpr std::uint32_t currentVersion = 12;
+    static constexpr std::uint32_t formatParameter = 2;
+    static constexpr char magicText[] = "MEMTBSLT";
 
-  Mem::Word32 magic[2];
-  Mem::Word32 version;
-  Mem::Word32 fenix;
-  Mem::Word32 platform;
-  char valueType[nameSize];
-  char classType[nameSize];
-  Mem::Word32 valueSize;
-  Mem::Word32 slotSize;
-  Mem::Word32 maxSlots;
-  Mem::Word32 format;
-  Mem::Word32 hash;
-  Mem::Word32 occupiedSlots;
-  Mem::Word32 freeSlots;
-  Mem::Word32 mostSlots;
-  Mem::Word32 zero;
-  Mem::Word64 numSlots;
-  Slot spare;
+    Mem::Word32 magic[2];
+    Mem::Word32 version;
+    Mem::Word32 fenix;
+    Mem::Word32 platform;
+    char valueType[nameSize];
+    char classType[nameSize];
+    Mem::Word32 valueSize;
+    Mem::Word32 slotSize;
+    Mem::Word32 maxSlots;
+    Mem::Word32 format;
+    Mem::Word32 hash;
+    Mem::Word32 occupiedSlots;
+    Mem::Word32 freeSlots;
+    Mem::Word32 mostSlots;
+    Mem::Word32 zero;
+    Mem::Word64 numSlots;
+    Slot spare;
 
-  // Formats a header in place, then initialises numSlots slots behind it, on no list.
-  // Throws InvalidInitializeException for a name that does not fit; nothing was written then.
-  Header(Quil::Trace& debug, std::uint32_t slots, std::uint32_t maximum, FenixId fenixId, const Format& stored);
+    // Formats a header in place, then initialises numSlots slots behind it, on no list.
+    // Throws InvalidInitializeException for a name that does not fit; nothing was written then.
+    Header(Quil::Trace& debug, std::uint32_t slots, std::uint32_t maximum, FenixId fenixId, const Format& stored);
 
-  // Whether the file may be used; else the reason. A wanted fenix of 0 accepts any incarnation.
-  bool validate(Quil::Trace& debug, std::uint64_t fileSize, FenixId wantedFenix, Quil::String& reason) const;
-  void trace(Quil::Trace& debug) const;  // one line at level 3
-  std::uint64_t headerSize() const { return 192 + std::uint64_t(Mem::Atomics::load32(slotSize)); }
+    // Whether the file may be used; else the reason. A wanted fenix of 0 accepts any incarnation.
+    bool validate(Quil::Trace& debug, std::uint64_t fileSize, FenixId wantedFenix, Quil::String& reason) const;
+    void trace(Quil::Trace& debug) const;  // one line at level 3
+    std::uint64_t headerSize() const { return 192 + std::uint64_t(Mem::Atomics::load32(slotSize)); }
 
  private:
-  std::uint32_t checksum() const;
-  Quil::String fault(std::uint64_t fileSize, FenixId wantedFenix) const;
-  Quil::String countFault(std::uint64_t fileSize, std::uint32_t slots) const;
+    std::uint32_t checksum() const;
+    Quil::String fault(std::uint64_t fileSize, FenixId wantedFenix) const;
+    Quil::String countFault(std::uint64_t fileSize, std::uint32_t slots) const;
 };
 static_assert(offsetof(Header, version) == 8 && offsetof(Header, fenix) == 12 && offsetof(Header, platform) == 16);
 static_assert(offsetof(Header, valueType) == 20 && offsetof(Header, classType) == 84);

@@ -25,115 +25,115 @@ SlotWriterTable::SlotWriterTable(Quil::Trace& debug, Quil::String tableName, con
       slotSize_(stored_.slotSize()) {}
 
 void SlotWriterTable::create(Mem::Directory& directory, FenixId fenix) {
-  auto segment = directory.create(fileName, stored_.fileSize(minSlots_));
-  new (segment->base()) SlotTable::Header(debug_, minSlots_, maxSlots_, fenix, stored_);
-  debug_.log(5, [&] { return cat("SlotWriter::attach() to new file ", segment->name()); });
-  segment_ = std::move(segment);
-  numSlots_ = minSlots_;
-  bind();
-  addFreeSlots(0, numSlots_);
-  store32(header().freeSlots, 0);
+    auto segment = directory.create(fileName, stored_.fileSize(minSlots_));
+    new (segment->base()) SlotTable::Header(debug_, minSlots_, maxSlots_, fenix, stored_);
+    debug_.log(5, [&] { return cat("SlotWriter::attach() to new file ", segment->name()); });
+    segment_ = std::move(segment);
+    numSlots_ = minSlots_;
+    bind();
+    addFreeSlots(0, numSlots_);
+    store32(header().freeSlots, 0);
 }
 
 void SlotWriterTable::bind() { slots_ = segment_->base() + stored_.headerSize(); }
 
 void SlotWriterTable::outOfRange(std::uint32_t index) const {
-  throw Verro::CorruptionDetectedException(
-      cat("SlotWriter::Slots::operator[] out-of-range index: ", index, " max:", numSlots_));
+    throw Verro::CorruptionDetectedException(
+        cat("SlotWriter::Slots::operator[] out-of-range index: ", index, " max:", numSlots_));
 }
 
 std::uint32_t SlotWriterTable::alloc(std::uint32_t hash) {
-  if (load32(header().freeSlots) == endOfList && !grow()) {
-    throw TableFullException(cat("SlotWriter::alloc() Memtab table full (occupancy:", occupiedSlots(),
-                                 " tableSize:", numSlots_, ") ", tableName_));
-  }
-  const std::uint32_t index = load32(header().freeSlots);
-  Slot& slot = (*this)[index];
-  // Readers discard a slot that lacks OCCUPIED, so this may stand before the value does.
-  store32(slot.rhash, Verro::Util::reverse(hash));
-  store32(header().freeSlots, Versioned::load(slot.link).value());
-  store32(header().occupiedSlots, occupiedSlots() + 1);
-  ++counters_.allocs;
-  return index;
+    if (load32(header().freeSlots) == endOfList && !grow()) {
+        throw TableFullException(cat("SlotWriter::alloc() Memtab table full (occupancy:", occupiedSlots(),
+                                     " tableSize:", numSlots_, ") ", tableName_));
+    }
+    const std::uint32_t index = load32(header().freeSlots);
+    Slot& slot = (*this)[index];
+    // Readers discard a slot that lacks OCCUPIED, so this may stand before the value does.
+    store32(slot.rhash, Verro::Util::reverse(hash));
+    store32(header().freeSlots, Versioned::load(slot.link).value());
+    store32(header().occupiedSlots, occupiedSlots() + 1);
+    ++counters_.allocs;
+    return index;
 }
 
 void SlotWriterTable::free(std::uint32_t index) {
-  Slot& slot = (*this)[index];
-  store32(slot.state, load32(slot.state) & ~occupied);
-  Versioned::load(slot.link).next(load32(header().freeSlots), linkStep).store(slot.link);
-  store32(header().freeSlots, index);
-  store32(header().occupiedSlots, occupiedSlots() - 1);
-  ++counters_.removes;
+    Slot& slot = (*this)[index];
+    store32(slot.state, load32(slot.state) & ~occupied);
+    Versioned::load(slot.link).next(load32(header().freeSlots), linkStep).store(slot.link);
+    store32(header().freeSlots, index);
+    store32(header().occupiedSlots, occupiedSlots() - 1);
+    ++counters_.removes;
 }
 
 // Doubles up to the expected maximum, then goes on by a tenth: times 1.1 in single precision, exact, rounded up.
 std::uint32_t SlotWriterTable::grownSize() const {
-  const std::uint64_t n = numSlots_;
-  if (n < maxSlots_) return static_cast<std::uint32_t>(std::min<std::uint64_t>(2 * n, maxSlots_));
-  // 1.1f is 9227469 / 2^23.
-  const std::uint64_t grown = (n * 9227469u + (std::uint64_t(1) << 23) - 1) >> 23;
-  return static_cast<std::uint32_t>(std::min<std::uint64_t>(grown, maxIndex));
+    const std::uint64_t n = numSlots_;
+    if (n < maxSlots_) return static_cast<std::uint32_t>(std::min<std::uint64_t>(2 * n, maxSlots_));
+    // 1.1f is 9227469 / 2^23.
+    const std::uint64_t grown = (n * 9227469u + (std::uint64_t(1) << 23) - 1) >> 23;
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(grown, maxIndex));
 }
 
 bool SlotWriterTable::grow() {
-  const std::uint32_t before = numSlots_;
-  if (occupiedSlots() != before) {
-    throw Verro::CorruptionDetectedException(cat("SlotWriter::grow() the slot table is full but numSlots: ", before,
-                                                 " and occupiedSlots: ", occupiedSlots(), " are not equal"));
-  }
-  const std::uint32_t after = grownSize();
-  if (fixedCapacity_ || after == before) return false;
-  resize(after);
-  for (std::uint32_t i = before; i < after; ++i) {
-    SlotTable::initialize(*reinterpret_cast<Slot*>(slots_ + std::size_t(i) * slotSize_), stored_);
-  }
-  numSlots_ = after;
-  addFreeSlots(before, after);
-  if (load32(header().mostSlots) < after) store32(header().mostSlots, after);
-  // ORDER slots, with SlotReaderTable::readCount: the file has grown and its new slots are whole before the count
-  // says so. A reader that mapped between the steps would read past the end.
-  Versioned::load(header().numSlots).next(after, 1).store(header().numSlots);
-  store32(header().freeSlots, before);
-  ++counters_.grows;
-  debug_.log(5, [&] { return cat("SlotWriter::grow() ", tableName_, " from ", before, " to ", after, " slots"); });
-  return true;
+    const std::uint32_t before = numSlots_;
+    if (occupiedSlots() != before) {
+        throw Verro::CorruptionDetectedException(cat("SlotWriter::grow() the slot table is full but numSlots: ", before,
+                                                     " and occupiedSlots: ", occupiedSlots(), " are not equal"));
+    }
+    const std::uint32_t after = grownSize();
+    if (fixedCapacity_ || after == before) return false;
+    resize(after);
+    for (std::uint32_t i = before; i < after; ++i) {
+        SlotTable::initialize(*reinterpret_cast<Slot*>(slots_ + std::size_t(i) * slotSize_), stored_);
+    }
+    numSlots_ = after;
+    addFreeSlots(before, after);
+    if (load32(header().mostSlots) < after) store32(header().mostSlots, after);
+    // ORDER slots, with SlotReaderTable::readCount: the file has grown and its new slots are whole before the count
+    // says so. A reader that mapped between the steps would read past the end.
+    Versioned::load(header().numSlots).next(after, 1).store(header().numSlots);
+    store32(header().freeSlots, before);
+    ++counters_.grows;
+    debug_.log(5, [&] { return cat("SlotWriter::grow() ", tableName_, " from ", before, " to ", after, " slots"); });
+    return true;
 }
 
 void SlotWriterTable::resize(std::uint32_t numSlots) {
-  if (numSlots > maxSlots_) {
-    debug_.log(5, [&] { return cat("SlotWriter::resize() overflowing by ", numSlots - maxSlots_, " slots"); });
-  }
-  const std::byte* before = segment_->base();
-  const std::uint64_t size = stored_.fileSize(numSlots);
-  try {
-    segment_->resize(size);
-  } catch (const Quil::Exception& error) {
-    throw Quil::MemoryResourceException(cat("SlotWriter::resize() failed to resize ", segment_->name(), " from ",
-                                            numSlots_, " to ", numSlots, " slots, needed ", size,
-                                            " bytes. Reason: ", error.what()));
-  }
-  bind();
-  if (segment_->base() != before) {
-    debug_.log(5, [&] {
-      return cat("SlotWriter::resize() remap base address changed from ",
-                 Quil::hex(reinterpret_cast<std::uintptr_t>(before)), " to ",
-                 Quil::hex(reinterpret_cast<std::uintptr_t>(segment_->base())));
-    });
-  }
+    if (numSlots > maxSlots_) {
+        debug_.log(5, [&] { return cat("SlotWriter::resize() overflowing by ", numSlots - maxSlots_, " slots"); });
+    }
+    const std::byte* before = segment_->base();
+    const std::uint64_t size = stored_.fileSize(numSlots);
+    try {
+        segment_->resize(size);
+    } catch (const Quil::Exception& error) {
+        throw Quil::MemoryResourceException(cat("SlotWriter::resize() failed to resize ", segment_->name(), " from ",
+                                                numSlots_, " to ", numSlots, " slots, needed ", size,
+                                                " bytes. Reason: ", error.what()));
+    }
+    bind();
+    if (segment_->base() != before) {
+        debug_.log(5, [&] {
+            return cat("SlotWriter::resize() remap base address changed from ",
+                       Quil::hex(reinterpret_cast<std::uintptr_t>(before)), " to ",
+                       Quil::hex(reinterpret_cast<std::uintptr_t>(segment_->base())));
+        });
+    }
 }
 
 void SlotWriterTable::addFreeSlots(std::uint32_t start, std::uint32_t end) {
-  if (load32(header().freeSlots) != endOfList) {
-    throw Verro::CorruptionDetectedException("SlotWriterTable::addFreeSlots() free-list is not empty");
-  }
-  if (start >= end) {
-    throw Verro::CorruptionDetectedException(
-        cat("SlotWriterTable::addFreeSlots() bad index range, start: ", start, " end: ", end));
-  }
-  for (std::uint32_t i = start; i < end; ++i) {
-    Mem::Word64& link = (*this)[i].link;
-    Versioned::load(link).next(i + 1 < end ? i + 1 : endOfList, linkStep).store(link);
-  }
+    if (load32(header().freeSlots) != endOfList) {
+        throw Verro::CorruptionDetectedException("SlotWriterTable::addFreeSlots() free-list is not empty");
+    }
+    if (start >= end) {
+        throw Verro::CorruptionDetectedException(
+            cat("SlotWriterTable::addFreeSlots() bad index range, start: ", start, " end: ", end));
+    }
+    for (std::uint32_t i = start; i < end; ++i) {
+        Mem::Word64& link = (*this)[i].link;
+        Versioned::load(link).next(i + 1 < end ? i + 1 : endOfList, linkStep).store(link);
+    }
 }
 
 }  // namespace Memtab

@@ -19,60 +19,60 @@ namespace Memtab {
 
 class L2RIB_EXPORT SlotWriterTable {
  public:
-  static constexpr const char* fileName = "slots";
+    static constexpr const char* fileName = "slots";
 
-  SlotWriterTable(Quil::Trace& debug, Quil::String tableName, const Options& options, SlotTable::Format stored);
+    SlotWriterTable(Quil::Trace& debug, Quil::String tableName, const Options& options, SlotTable::Format stored);
 
-  // A fresh file with every slot on the free list; it has its name only after publish().
-  void create(Mem::Directory& directory, FenixId fenix);
-  void detach() { segment_.reset(); }
+    // A fresh file with every slot on the free list; it has its name only after publish().
+    void create(Mem::Directory& directory, FenixId fenix);
+    void detach() { segment_.reset(); }
 
-  Mem::Segment& segment() { return *segment_; }
-  std::uint32_t numSlots() const { return numSlots_; }
-  std::uint32_t minSlots() const { return minSlots_; }
-  std::uint32_t occupiedSlots() const { return Mem::Atomics::load32(header().occupiedSlots); }
-  const SlotTable::Format& format() const { return stored_; }
-  SlotTable::Slot& spare() { return header().spare; }
-  // Raises corruption when out of range.
-  SlotTable::Slot& operator[](std::uint32_t index) {
-    if (index >= numSlots_) [[unlikely]]
-      outOfRange(index);
-    return *reinterpret_cast<SlotTable::Slot*>(slots_ + std::size_t(index) * slotSize_);
-  }
+    Mem::Segment& segment() { return *segment_; }
+    std::uint32_t numSlots() const { return numSlots_; }
+    std::uint32_t minSlots() const { return minSlots_; }
+    std::uint32_t occupiedSlots() const { return Mem::Atomics::load32(header().occupiedSlots); }
+    const SlotTable::Format& format() const { return stored_; }
+    SlotTable::Slot& spare() { return header().spare; }
+    // Raises corruption when out of range.
+    SlotTable::Slot& operator[](std::uint32_t index) {
+        if (index >= numSlots_) [[unlikely]]
+            outOfRange(index);
+        return *reinterpret_cast<SlotTable::Slot*>(slots_ + std::size_t(index) * slotSize_);
+    }
 
-  // Takes a slot from the free list for an entry of this hash. May grow the file.
-  // Throws TableFullException when it cannot; nothing was changed.
-  std::uint32_t alloc(std::uint32_t hash);
-  // Gives back a slot that no chain holds any more.
-  void free(std::uint32_t index);
+    // Takes a slot from the free list for an entry of this hash. May grow the file.
+    // Throws TableFullException when it cannot; nothing was changed.
+    std::uint32_t alloc(std::uint32_t hash);
+    // Gives back a slot that no chain holds any more.
+    void free(std::uint32_t index);
 
-  struct Counters {
-    std::uint64_t grows = 0;
-    std::uint64_t allocs = 0;
-    std::uint64_t removes = 0;
-  };
-  const Counters& counters() const { return counters_; }
+    struct Counters {
+        std::uint64_t grows = 0;
+        std::uint64_t allocs = 0;
+        std::uint64_t removes = 0;
+    };
+    const Counters& counters() const { return counters_; }
 
  private:
-  bool grow();
-  void resize(std::uint32_t numSlots);
-  void addFreeSlots(std::uint32_t start, std::uint32_t end);
-  std::uint32_t grownSize() const;
-  void bind();  // after the mapping moved
-  [[noreturn]] void outOfRange(std::uint32_t index) const;
-  SlotTable::Header& header() const { return *reinterpret_cast<SlotTable::Header*>(segment_->base()); }
+    bool grow();
+    void resize(std::uint32_t numSlots);
+    void addFreeSlots(std::uint32_t start, std::uint32_t end);
+    std::uint32_t grownSize() const;
+    void bind();  // after the mapping moved
+    [[noreturn]] void outOfRange(std::uint32_t index) const;
+    SlotTable::Header& header() const { return *reinterpret_cast<SlotTable::Header*>(segment_->base()); }
 
-  Quil::Trace& debug_;
-  const Quil::String tableName_;  // for messages
-  const std::uint32_t maxSlots_;  // entries expected at most
-  const std::uint32_t minSlots_;  // the initial size
-  const bool fixedCapacity_;
-  const SlotTable::Format stored_;
-  const std::size_t slotSize_;  // bytes
-  std::unique_ptr<Mem::Segment> segment_;
-  std::byte* slots_ = nullptr;  // slot 0 in the mapping
-  std::uint32_t numSlots_ = 0;  // equals the header's count between operations
-  Counters counters_;
+    Quil::Trace& debug_;
+    const Quil::String tableName_;  // for messages
+    const std::uint32_t maxSlots_;  // entries expected at most
+    const std::uint32_t minSlots_;  // the initial size
+    const bool fixedCapacity_;
+    const SlotTable::Format stored_;
+    const std::size_t slotSize_;  // bytes
+    std::unique_ptr<Mem::Segment> segment_;
+    std::byte* slots_ = nullptr;  // slot 0 in the mapping
+    std::uint32_t numSlots_ = 0;  // equals the header's count between operations
+    Counters counters_;
 };
 
 }  // namespace Memtab

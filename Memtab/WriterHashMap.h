@@ -17,133 +17,134 @@ namespace Memtab {
 template <class Key, class Value, class OpsType>
 class WriterHashMap {
  public:
-  static constexpr std::uint32_t noSlot = endOfList;
+    static constexpr std::uint32_t noSlot = endOfList;
 
-  // Where a key is, or where it would be inserted.
-  struct Place {
-    Mem::Word64* link;   // the link that names the slot, or the one to insert behind
-    Mem::Segment* home;  // the segment that link lies in
-    std::uint32_t slot;  // noSlot when the key is absent
-    std::uint32_t bucket;
-  };
+    // Where a key is, or where it would be inserted.
+    struct Place {
+        Mem::Word64* link;   // the link that names the slot, or the one to insert behind
+        Mem::Segment* home;  // the segment that link lies in
+        std::uint32_t slot;  // noSlot when the key is absent
+        std::uint32_t bucket;
+    };
 
-  WriterHashMap(Quil::Trace& debug, SlotWriterTable& slots) : debug_(debug), slots_(slots) {}
+    WriterHashMap(Quil::Trace& debug, SlotWriterTable& slots) : debug_(debug), slots_(slots) {}
 
-  void create(Mem::Directory& directory, std::uint32_t numBuckets, FenixId fenix) {
-    buckets_.create(directory, numBuckets, fenix);
-  }
-  void detach() { buckets_.detach(); }
-  std::uint32_t numBuckets() const { return buckets_.numBuckets(); }
-
-  Place find(const Key& key, std::uint32_t hash) {
-    const std::uint32_t bucket = hash & (numBuckets() - 1), wanted = Verro::Util::reverse(hash);
-    Place place{&buckets_[bucket], &buckets_.segment(), noSlot, bucket};
-    for (std::uint32_t steps = 0;; ++steps) {
-      const std::uint32_t next = Mem::Versioned::load(*place.link).value();
-      if (next & endOfChain) return place;
-      if (steps >= slots_.numSlots()) {
-        throw Verro::CorruptionDetectedException(
-            Quil::cat("WriterHashMap::find() hash chain cycle detected, slotCount:", steps, " bucket:", bucket));
-      }
-      SlotTable::Slot& slot = slots_[next];
-      checkMember(slot, next, bucket);
-      const int order = compare(wanted, key, slot);
-      if (order < 0) return place;
-      if (order == 0) {
-        place.slot = next;
-        return place;
-      }
-      place.link = &slot.link;
-      place.home = &slots_.segment();
+    void create(Mem::Directory& directory, std::uint32_t numBuckets, FenixId fenix) {
+        buckets_.create(directory, numBuckets, fenix);
     }
-  }
+    void detach() { buckets_.detach(); }
+    std::uint32_t numBuckets() const { return buckets_.numBuckets(); }
 
-  // The first slot in table order at or behind this link; noSlot at the end of the walk.
-  std::uint32_t firstFrom(const Mem::Word64& link) {
-    std::uint32_t next = Mem::Versioned::load(link).value();
-    for (std::uint32_t hops = 0; next & endOfChain; ++hops) {
-      if (next == endOfList) return noSlot;
-      if (hops > numBuckets()) {
-        throw Verro::CorruptionDetectedException("WriterHashMap::firstFrom() bucket walk cycle detected");
-      }
-      next = Mem::Versioned::load(buckets_[next & ~endOfChain]).value();
+    Place find(const Key& key, std::uint32_t hash) {
+        const std::uint32_t bucket = hash & (numBuckets() - 1), wanted = Verro::Util::reverse(hash);
+        Place place{&buckets_[bucket], &buckets_.segment(), noSlot, bucket};
+        for (std::uint32_t steps = 0;; ++steps) {
+            const std::uint32_t next = Mem::Versioned::load(*place.link).value();
+            if (next & endOfChain) return place;
+            if (steps >= slots_.numSlots()) {
+                throw Verro::CorruptionDetectedException(Quil::cat(
+                    "WriterHashMap::find() hash chain cycle detected, slotCount:", steps, " bucket:", bucket));
+            }
+            SlotTable::Slot& slot = slots_[next];
+            checkMember(slot, next, bucket);
+            const int order = compare(wanted, key, slot);
+            if (order < 0) return place;
+            if (order == 0) {
+                place.slot = next;
+                return place;
+            }
+            place.link = &slot.link;
+            place.home = &slots_.segment();
+        }
     }
-    return next;
-  }
-  std::uint32_t first() { return firstFrom(buckets_[0]); }
 
-  Value value(std::uint32_t index) { return copyOf(slots_[index]); }
+    // The first slot in table order at or behind this link; noSlot at the end of the walk.
+    std::uint32_t firstFrom(const Mem::Word64& link) {
+        std::uint32_t next = Mem::Versioned::load(link).value();
+        for (std::uint32_t hops = 0; next & endOfChain; ++hops) {
+            if (next == endOfList) return noSlot;
+            if (hops > numBuckets()) {
+                throw Verro::CorruptionDetectedException("WriterHashMap::firstFrom() bucket walk cycle detected");
+            }
+            next = Mem::Versioned::load(buckets_[next & ~endOfChain]).value();
+        }
+        return next;
+    }
+    std::uint32_t first() { return firstFrom(buckets_[0]); }
 
-  // Doubles the buckets when there are more entries than buckets.
-  void growBucketsIfFull() {
-    if (slots_.occupiedSlots() > numBuckets() && numBuckets() <= maxIndex / 2) [[unlikely]]
-      growBuckets();
-  }
+    Value value(std::uint32_t index) { return copyOf(slots_[index]); }
+
+    // Doubles the buckets when there are more entries than buckets.
+    void growBucketsIfFull() {
+        if (slots_.occupiedSlots() > numBuckets() && numBuckets() <= maxIndex / 2) [[unlikely]]
+            growBuckets();
+    }
 
  private:
-  static Value copyOf(const SlotTable::Slot& slot) {
-    Value copy;
-    Mem::Atomics::copyOut<sizeof(Value)>(&copy, slot.value());
-    return copy;
-  }
-
-  void checkMember(const SlotTable::Slot& slot, std::uint32_t index, std::uint32_t bucket) {
-    const std::uint32_t hash = Verro::Util::reverse(Mem::Atomics::load32(slot.rhash));
-    const bool good = (Mem::Atomics::load32(slot.state) & occupied) && (hash & (numBuckets() - 1)) == bucket;
-    if (!good) [[unlikely]] {
-      throw Verro::CorruptionDetectedException(Quil::cat("WriterHashMap::find() corrupt key detected, slot: ", index,
-                                                         " bucket: ", bucket, " hash: ", Quil::hex(hash),
-                                                         " state: ", Quil::hex(Mem::Atomics::load32(slot.state))));
+    static Value copyOf(const SlotTable::Slot& slot) {
+        Value copy;
+        Mem::Atomics::copyOut<sizeof(Value)>(&copy, slot.value());
+        return copy;
     }
-  }
 
-  static int compare(std::uint32_t wanted, const Key& key, const SlotTable::Slot& slot) {
-    const std::uint32_t rhash = Mem::Atomics::load32(slot.rhash);
-    if (wanted != rhash) return wanted < rhash ? -1 : 1;
-    const Value held = copyOf(slot);
-    return OpsType::equal(key, held.fwkKey()) ? 0 : OpsType::less(key, held.fwkKey()) ? -1 : 1;
-  }
+    void checkMember(const SlotTable::Slot& slot, std::uint32_t index, std::uint32_t bucket) {
+        const std::uint32_t hash = Verro::Util::reverse(Mem::Atomics::load32(slot.rhash));
+        const bool good = (Mem::Atomics::load32(slot.state) & occupied) && (hash & (numBuckets() - 1)) == bucket;
+        if (!good) [[unlikely]] {
+            throw Verro::CorruptionDetectedException(
+                Quil::cat("WriterHashMap::find() corrupt key detected, slot: ", index, " bucket: ", bucket,
+                          " hash: ", Quil::hex(hash), " state: ", Quil::hex(Mem::Atomics::load32(slot.state))));
+        }
+    }
 
-  // The link in bucket's chain behind which the bucket's entries of the doubled table end: the one before the first
-  // slot that belongs to bucket + numBuckets, or the last.
-  Mem::Word64& lastLinkToKeep(std::uint32_t bucket, std::uint32_t before) {
-    Mem::Word64* link = &buckets_[bucket];
-    for (;;) {
-      const std::uint32_t next = Mem::Versioned::load(*link).value();
-      if (next & endOfChain) return *link;
-      SlotTable::Slot& slot = slots_[next];
-      if (Verro::Util::reverse(Mem::Atomics::load32(slot.rhash)) & before) return *link;
-      link = &slot.link;
+    static int compare(std::uint32_t wanted, const Key& key, const SlotTable::Slot& slot) {
+        const std::uint32_t rhash = Mem::Atomics::load32(slot.rhash);
+        if (wanted != rhash) return wanted < rhash ? -1 : 1;
+        // The writer may look at its own entry in place: nobody else stores there.
+        const Key& held = reinterpret_cast<const Value*>(slot.value())->fwkKey();
+        return OpsType::equal(key, held) ? 0 : OpsType::less(key, held) ? -1 : 1;
     }
-  }
 
-  void growBuckets() {
-    const std::uint32_t before = numBuckets(), after = 2 * before;
-    try {
-      buckets_.resize(after);
-    } catch (const Quil::Exception& error) {
-      // The table works with long chains too; it is tried again with the next insertion.
-      debug_.log(3, [&] { return Quil::cat("WriterHashMap::growBuckets() failed: ", error.what()); });
-      return;
+    // The link in bucket's chain behind which the bucket's entries of the doubled table end: the one before the first
+    // slot that belongs to bucket + numBuckets, or the last.
+    Mem::Word64& lastLinkToKeep(std::uint32_t bucket, std::uint32_t before) {
+        Mem::Word64* link = &buckets_[bucket];
+        for (;;) {
+            const std::uint32_t next = Mem::Versioned::load(*link).value();
+            if (next & endOfChain) return *link;
+            SlotTable::Slot& slot = slots_[next];
+            if (Verro::Util::reverse(Mem::Atomics::load32(slot.rhash)) & before) return *link;
+            link = &slot.link;
+        }
     }
-    // ORDER buckets: every new bucket leads to the tail that it will own, or past the bucket it splits from, before
-    // the count makes it known; the chains are cut only then. A reader of either count finds every key.
-    for (std::uint32_t b = 0; b < before; ++b) {
-      const std::uint32_t tail = Mem::Versioned::load(lastLinkToKeep(b, before)).value();
-      Mem::Word64& link = buckets_[b + before];
-      Mem::Versioned::load(link).next(tail, linkStep).store(link);
-    }
-    buckets_.publishCount(after);
-    for (std::uint32_t b = 0; b < before; ++b) {
-      Mem::Word64& link = lastLinkToKeep(b, before);
-      Mem::Versioned::load(link).next((b + before) | endOfChain, linkStep).store(link);
-    }
-    debug_.log(5, [&] { return Quil::cat("WriterHashMap::growBuckets() growing from: ", before, " to: ", after); });
-  }
 
-  Quil::Trace& debug_;
-  SlotWriterTable& slots_;
-  BucketWriterTable buckets_;
+    void growBuckets() {
+        const std::uint32_t before = numBuckets(), after = 2 * before;
+        try {
+            buckets_.resize(after);
+        } catch (const Quil::Exception& error) {
+            // The table works with long chains too; it is tried again with the next insertion.
+            debug_.log(3, [&] { return Quil::cat("WriterHashMap::growBuckets() failed: ", error.what()); });
+            return;
+        }
+        // ORDER buckets: every new bucket leads to the tail that it will own, or past the bucket it splits from, before
+        // the count makes it known; the chains are cut only then. A reader of either count finds every key.
+        for (std::uint32_t b = 0; b < before; ++b) {
+            const std::uint32_t tail = Mem::Versioned::load(lastLinkToKeep(b, before)).value();
+            Mem::Word64& link = buckets_[b + before];
+            Mem::Versioned::load(link).next(tail, linkStep).store(link);
+        }
+        buckets_.publishCount(after);
+        for (std::uint32_t b = 0; b < before; ++b) {
+            Mem::Word64& link = lastLinkToKeep(b, before);
+            Mem::Versioned::load(link).next((b + before) | endOfChain, linkStep).store(link);
+        }
+        debug_.log(5, [&] { return Quil::cat("WriterHashMap::growBuckets() growing from: ", before, " to: ", after); });
+    }
+
+    Quil::Trace& debug_;
+    SlotWriterTable& slots_;
+    BucketWriterTable buckets_;
 };
 
 }  // namespace Memtab

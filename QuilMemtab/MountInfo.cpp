@@ -4,35 +4,35 @@ namespace QuilMemtab {
 namespace {
 
 MountInfo make(QuilMemtabType mode, const Quil::String& collection, std::uint32_t maxEntries) {
-  MountInfo info;
-  info.mode = mode;
-  info.maxEntries[collection] = maxEntries;
-  return info;
+    MountInfo info;
+    info.mode = mode;
+    info.maxEntries[collection] = maxEntries;
+    return info;
 }
 
 }  // namespace
 
 MountInfo MountInfo::writer(const Quil::String& collection, std::uint32_t maxEntries) {
-  return make(Memtab::Mode::writer, collection, maxEntries);
+    return make(Memtab::Mode::writer, collection, maxEntries);
 }
 
 MountInfo MountInfo::reader(const Quil::String& collection) { return make(Memtab::Mode::reader, collection, 0); }
 
 Memtab::Options MountInfo::options(const Quil::String& collection) const {
-  const auto found = maxEntries.find(collection);
-  if (found == maxEntries.end()) {
-    throw Verro::InvalidInitializeException(Quil::cat("MountInfo has no entry for collection ", collection));
-  }
-  Memtab::Options options;
-  options.maxSize = found->second;
-  options.fixedCapacity = fixedCapacity;
-  options.waitForReaders = waitForReaders;
-  options.shrinkSlots = shrinkSlots;
-  options.shrinkBuckets = shrinkBuckets;
-  options.pruneConquer = pruneConquer;
-  options.kickReaders = kickReaders;
-  options.keepOverRestart = keepOverRestart;
-  return options;
+    const auto found = maxEntries.find(collection);
+    if (found == maxEntries.end()) {
+        throw Verro::InvalidInitializeException(Quil::cat("MountInfo has no entry for collection ", collection));
+    }
+    Memtab::Options options;
+    options.maxSize = found->second;
+    options.fixedCapacity = fixedCapacity;
+    options.waitForReaders = waitForReaders;
+    options.shrinkSlots = shrinkSlots;
+    options.shrinkBuckets = shrinkBuckets;
+    options.pruneConquer = pruneConquer;
+    options.kickReaders = kickReaders;
+    options.keepOverRestart = keepOverRestart;
+    return options;
 }
 
 }  // namespace QuilMemtab

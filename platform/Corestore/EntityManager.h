@@ -15,44 +15,44 @@ namespace Corestore {
 // An inner node of the tree.
 class L2RIB_EXPORT Dir : public Quil::Entity {
  public:
-  explicit Dir(Quil::Name name) : Entity(std::move(name)), dirs_(this), entities_(this) {}
-  ~Dir() override;
-  Quil::Ptr<Dir> dirIs(const Quil::Name& name);
-  void entityIs(const Quil::Ptr<Quil::Entity>& entity);
-  Quil::Ptr<Quil::Entity> entityDel(const Quil::Name& name) { return entities_.childDel(name); }
+    explicit Dir(Quil::Name name) : Entity(std::move(name)), dirs_(this), entities_(this) {}
+    ~Dir() override;
+    Quil::Ptr<Dir> dirIs(const Quil::Name& name);
+    void entityIs(const Quil::Ptr<Quil::Entity>& entity);
+    Quil::Ptr<Quil::Entity> entityDel(const Quil::Name& name) { return entities_.childDel(name); }
 
  private:
-  Quil::Collection<Quil::Name, Dir> dirs_;
-  Quil::Collection<Quil::Name, Quil::Entity> entities_;
+    Quil::Collection<Quil::Name, Dir> dirs_;
+    Quil::Collection<Quil::Name, Quil::Entity> entities_;
 };
 
 class L2RIB_EXPORT EntityManager {
  public:
-  // readerName is how writers list this process among their readers; empty: the program's name.
-  EntityManager(Quil::EventLoop& loop, Quil::String root, Quil::String readerName = {});
-  ~EntityManager();
+    // readerName is how writers list this process among their readers; empty: the program's name.
+    EntityManager(Quil::EventLoop& loop, Quil::String root, Quil::String readerName = {});
+    ~EntityManager();
 
-  Quil::EventLoop& loop() const { return loop_; }
-  const Quil::String& root() const { return root_; }
-  const Quil::String& readerName() const { return readerName_; }
+    Quil::EventLoop& loop() const { return loop_; }
+    const Quil::String& root() const { return root_; }
+    const Quil::String& readerName() const { return readerName_; }
 
-  // The node of this path ("l2rib/output"), made where it is not there yet.
-  Quil::Ptr<Dir> dirIs(const Quil::String& path);
+    // The node of this path ("l2rib/output"), made where it is not there yet.
+    Quil::Ptr<Dir> dirIs(const Quil::String& path);
 
-  // Puts the entity under the path and mounts it. Throws what the mount throws.
-  template <class E, class Info>
-  void mount(const Quil::String& path, const Quil::Ptr<E>& entity, const Info& info) {
-    dirIs(path)->entityIs(entity);
-    entity->fwkMount(info, loop_, root_, readerName_);
-  }
-  // Takes the entity of this name out of the tree, which detaches it.
-  void unmount(const Quil::String& path, const Quil::Name& name) { dirIs(path)->entityDel(name); }
+    // Puts the entity under the path and mounts it. Throws what the mount throws.
+    template <class E, class Info>
+    void mount(const Quil::String& path, const Quil::Ptr<E>& entity, const Info& info) {
+        dirIs(path)->entityIs(entity);
+        entity->fwkMount(info, loop_, root_, readerName_);
+    }
+    // Takes the entity of this name out of the tree, which detaches it.
+    void unmount(const Quil::String& path, const Quil::Name& name) { dirIs(path)->entityDel(name); }
 
  private:
-  Quil::EventLoop& loop_;
-  const Quil::String root_;
-  const Quil::String readerName_;
-  const Quil::Ptr<Dir> tree_;
+    Quil::EventLoop& loop_;
+    const Quil::String root_;
+    const Quil::String readerName_;
+    const Quil::Ptr<Dir> tree_;
 };
 
 }  // namespace Corestore

@@ -15,19 +15,19 @@ namespace Mem {
 // Owns a file descriptor.
 class L2RIB_EXPORT FileDescriptor {
  public:
-  FileDescriptor() = default;
-  explicit FileDescriptor(int fd) : fd_(fd) {}
-  FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
-  ~FileDescriptor();
-  int get() const { return fd_; }
-  explicit operator bool() const { return fd_ >= 0; }
+    FileDescriptor() = default;
+    explicit FileDescriptor(int fd) : fd_(fd) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~FileDescriptor();
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
 
  private:
-  int fd_ = -1;
+    int fd_ = -1;
 };
 
 // Owner may write, the group read: what a table's files are made with, whatever the umask says.
@@ -35,20 +35,20 @@ constexpr mode_t tableFileMode = 0640;
 constexpr mode_t tableDirectoryMode = 0750;
 
 struct L2RIB_EXPORT Files {
-  static void makeDirectories(const Quil::String& path);
-  static FileDescriptor create(const Quil::String& path);          // new or emptied, read and write
-  static FileDescriptor openOrCreate(const Quil::String& path);    // kept as it is, read and write
-  static FileDescriptor openForReading(const Quil::String& path);  // none when the file is not there
-  static std::uint64_t size(int fd, const Quil::String& path);
-  // Lengthens with the space allocated: a later store cannot fail for a full file system.
-  static void lengthen(int fd, const Quil::String& path, std::uint64_t from, std::uint64_t to);
-  static void shorten(int fd, const Quil::String& path, std::uint64_t to);
-  static void* map(int fd, const Quil::String& path, std::uint64_t size, bool writable);
-  static void* remap(void* base, const Quil::String& path, std::uint64_t from, std::uint64_t to);
-  static void unmap(void* base, std::uint64_t size);
-  static void write(int fd, const Quil::String& path, const void* bytes, std::size_t size);  // at offset 0
-  static void rename(const Quil::String& from, const Quil::String& to);
-  static void remove(const Quil::String& path);  // nothing when it is not there
+    static void makeDirectories(const Quil::String& path);
+    static FileDescriptor create(const Quil::String& path);          // new or emptied, read and write
+    static FileDescriptor openOrCreate(const Quil::String& path);    // kept as it is, read and write
+    static FileDescriptor openForReading(const Quil::String& path);  // none when the file is not there
+    static std::uint64_t size(int fd, const Quil::String& path);
+    // Lengthens with the space allocated: a later store cannot fail for a full file system.
+    static void lengthen(int fd, const Quil::String& path, std::uint64_t from, std::uint64_t to);
+    static void shorten(int fd, const Quil::String& path, std::uint64_t to);
+    static void* map(int fd, const Quil::String& path, std::uint64_t size, bool writable);
+    static void* remap(void* base, const Quil::String& path, std::uint64_t from, std::uint64_t to);
+    static void unmap(void* base, std::uint64_t size);
+    static void write(int fd, const Quil::String& path, const void* bytes, std::size_t size);  // at offset 0
+    static void rename(const Quil::String& from, const Quil::String& to);
+    static void remove(const Quil::String& path);  // nothing when it is not there
 };
 
 }  // namespace Mem

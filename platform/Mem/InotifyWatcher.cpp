@@ -12,11 +12,11 @@ InotifyWatcher::InotifyWatcher(Quil::EventLoop& loop, const Quil::String& direct
       watch_(loop, inotify_.get(), [this] { drain(); }) {}
 
 void InotifyWatcher::drain() {
-  alignas(8) char events[4096];
-  while (read(inotify_.get(), events, sizeof events) > 0) {
-  }
-  const auto call = onChange_;  // a copy: the callback may destroy this watcher
-  call();
+    alignas(8) char events[4096];
+    while (read(inotify_.get(), events, sizeof events) > 0) {
+    }
+    const auto call = onChange_;  // a copy: the callback may destroy this watcher
+    call();
 }
 
 }  // namespace Mem

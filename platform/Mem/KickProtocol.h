@@ -14,26 +14,26 @@ constexpr std::uint32_t kickVersion = 1;
 enum KickType : std::uint32_t { kickHello = 1, kickWelcome = 2, kickAck = 3, kickWake = 4 };
 
 struct KickHello {
-  std::uint32_t type = kickHello;
-  std::uint32_t version = kickVersion;
-  std::uint32_t fenix = 0;  // the incarnation the reader found in the fenix file
-  char name[52] = {};       // of the reader, NUL-terminated
+    std::uint32_t type = kickHello;
+    std::uint32_t version = kickVersion;
+    std::uint32_t fenix = 0;  // the incarnation the reader found in the fenix file
+    char name[52] = {};       // of the reader, NUL-terminated
 };
 struct KickWelcome {
-  std::uint32_t type = kickWelcome;
-  std::uint32_t version = kickVersion;
-  std::uint32_t fenix = 0;  // the writer's incarnation
-  std::uint32_t zero = 0;
+    std::uint32_t type = kickWelcome;
+    std::uint32_t version = kickVersion;
+    std::uint32_t fenix = 0;  // the writer's incarnation
+    std::uint32_t zero = 0;
 };
 struct KickAck {
-  std::uint32_t type = kickAck;
-  std::uint32_t sleeping = 0;     // 1: wake me at the next change
-  std::uint64_t sequence = 0;     // consumed up to here
-  std::uint32_t slotCounter = 0;  // change counters of the count words that the reader's mappings match
-  std::uint32_t bucketCounter = 0;
+    std::uint32_t type = kickAck;
+    std::uint32_t sleeping = 0;     // 1: wake me at the next change
+    std::uint64_t sequence = 0;     // consumed up to here
+    std::uint32_t slotCounter = 0;  // change counters of the count words that the reader's mappings match
+    std::uint32_t bucketCounter = 0;
 };
 struct KickWake {
-  std::uint32_t type = kickWake;
+    std::uint32_t type = kickWake;
 };
 static_assert(sizeof(KickHello) == 64 && sizeof(KickWelcome) == 16 && sizeof(KickAck) == 24 && sizeof(KickWake) == 4);
 

@@ -7,8 +7,8 @@
 namespace Mem {
 
 struct KickSocket {
-  static FileDescriptor listen(const Quil::String& directory);   // raises SystemException
-  static FileDescriptor connect(const Quil::String& directory);  // none when nobody listens
+    static FileDescriptor listen(const Quil::String& directory);   // raises SystemException
+    static FileDescriptor connect(const Quil::String& directory);  // none when nobody listens
 };
 
 }  // namespace Mem

@@ -6,16 +6,16 @@ Segment::~Segment() = default;
 Directory::~Directory() = default;
 
 void Segment::resize(std::uint64_t size) {
-  std::byte* before = base_;
-  doResize(size);
-  for (AutoMemMoveBase* held = held_; held; held = held->next_) {
-    if (held->pointer_) held->pointer_ = base_ + (held->pointer_ - before);
-  }
+    std::byte* before = base_;
+    doResize(size);
+    for (AutoMemMoveBase* held = held_; held; held = held->next_) {
+        if (held->pointer_) held->pointer_ = base_ + (held->pointer_ - before);
+    }
 }
 
 AutoMemMoveBase::AutoMemMoveBase(Segment& segment, void* pointer)
     : pointer_(static_cast<std::byte*>(pointer)), segment_(segment), next_(segment.held_) {
-  segment.held_ = this;
+    segment.held_ = this;
 }
 
 AutoMemMoveBase::~AutoMemMoveBase() { segment_.held_ = next_; }

@@ -18,66 +18,66 @@ class AutoMemMoveBase;
 
 class L2RIB_EXPORT Segment {
  public:
-  virtual ~Segment();
-  Segment(const Segment&) = delete;
-  Segment& operator=(const Segment&) = delete;
+    virtual ~Segment();
+    Segment(const Segment&) = delete;
+    Segment& operator=(const Segment&) = delete;
 
-  const Quil::String& name() const { return name_; }  // for messages: the path of a file
-  std::byte* base() const { return base_; }
-  std::uint64_t size() const { return size_; }  // bytes that may be touched
+    const Quil::String& name() const { return name_; }  // for messages: the path of a file
+    std::byte* base() const { return base_; }
+    std::uint64_t size() const { return size_; }  // bytes that may be touched
 
-  // Writer: makes the segment this long. The mapping may move.
-  void resize(std::uint64_t size);
-  // Reader: maps what there is now. Returns whether the mapping changed.
-  virtual bool refresh() = 0;
+    // Writer: makes the segment this long. The mapping may move.
+    void resize(std::uint64_t size);
+    // Reader: maps what there is now. Returns whether the mapping changed.
+    virtual bool refresh() = 0;
 
  protected:
-  explicit Segment(Quil::String name) : name_(std::move(name)) {}
-  virtual void doResize(std::uint64_t size) = 0;  // sets base_ and size_
+    explicit Segment(Quil::String name) : name_(std::move(name)) {}
+    virtual void doResize(std::uint64_t size) = 0;  // sets base_ and size_
 
-  const Quil::String name_;
-  std::byte* base_ = nullptr;
-  std::uint64_t size_ = 0;
+    const Quil::String name_;
+    std::byte* base_ = nullptr;
+    std::uint64_t size_ = 0;
 
  private:
-  friend class AutoMemMoveBase;
-  AutoMemMoveBase* held_ = nullptr;  // pointers to move along, last registered first
+    friend class AutoMemMoveBase;
+    AutoMemMoveBase* held_ = nullptr;  // pointers to move along, last registered first
 };
 
 // Registers a pointer into a segment for the length of a scope.
 class L2RIB_EXPORT AutoMemMoveBase {
  protected:
-  AutoMemMoveBase(Segment& segment, void* pointer);
-  ~AutoMemMoveBase();
-  AutoMemMoveBase(const AutoMemMoveBase&) = delete;
-  AutoMemMoveBase& operator=(const AutoMemMoveBase&) = delete;
-  std::byte* pointer_;
+    AutoMemMoveBase(Segment& segment, void* pointer);
+    ~AutoMemMoveBase();
+    AutoMemMoveBase(const AutoMemMoveBase&) = delete;
+    AutoMemMoveBase& operator=(const AutoMemMoveBase&) = delete;
+    std::byte* pointer_;
 
  private:
-  friend class Segment;
-  Segment& segment_;
-  AutoMemMoveBase* next_;
+    friend class Segment;
+    Segment& segment_;
+    AutoMemMoveBase* next_;
 };
 
 template <class T>
 class AutoMemMove : AutoMemMoveBase {
  public:
-  AutoMemMove(Segment& segment, T* pointer) : AutoMemMoveBase(segment, pointer) {}
-  T* get() const { return reinterpret_cast<T*>(pointer_); }
-  T& operator*() const { return *get(); }
+    AutoMemMove(Segment& segment, T* pointer) : AutoMemMoveBase(segment, pointer) {}
+    T* get() const { return reinterpret_cast<T*>(pointer_); }
+    T& operator*() const { return *get(); }
 };
 
 // Where the segments of one table live, by name.
 class L2RIB_EXPORT Directory {
  public:
-  virtual ~Directory();
-  // A new segment of zeros. Nobody sees it under its name before publish(): it takes the place of an older one
-  // there, which stays whole for those who have it mapped.
-  virtual std::unique_ptr<Segment> create(const Quil::String& name, std::uint64_t size) = 0;
-  virtual void publish(const Quil::String& name) = 0;
-  // For reading; null when there is none or it is empty.
-  virtual std::unique_ptr<Segment> open(const Quil::String& name) = 0;
-  virtual void remove(const Quil::String& name) = 0;
+    virtual ~Directory();
+    // A new segment of zeros. Nobody sees it under its name before publish(): it takes the place of an older one
+    // there, which stays whole for those who have it mapped.
+    virtual std::unique_ptr<Segment> create(const Quil::String& name, std::uint64_t size) = 0;
+    virtual void publish(const Quil::String& name) = 0;
+    // For reading; null when there is none or it is empty.
+    virtual std::unique_ptr<Segment> open(const Quil::String& name) = 0;
+    virtual void remove(const Quil::String& name) = 0;
 };
 
 }  // namespace Mem

@@ -27,94 +27,94 @@ WriterKickSm::~WriterKickSm() = default;
 void WriterKickSm::remove() { Files::remove(path_); }
 
 std::uint64_t WriterKickSm::lowestSequence() const {
-  std::uint64_t lowest = noReader;
-  for (const Reader& reader : readers_) {
-    if (reader.welcomed) lowest = std::min(lowest, reader.sequence);
-  }
-  return lowest;
+    std::uint64_t lowest = noReader;
+    for (const Reader& reader : readers_) {
+        if (reader.welcomed) lowest = std::min(lowest, reader.sequence);
+    }
+    return lowest;
 }
 
 std::uint32_t WriterKickSm::numReaders() const {
-  return static_cast<std::uint32_t>(
-      std::count_if(readers_.begin(), readers_.end(), [](const Reader& reader) { return reader.welcomed; }));
+    return static_cast<std::uint32_t>(
+        std::count_if(readers_.begin(), readers_.end(), [](const Reader& reader) { return reader.welcomed; }));
 }
 
 void WriterKickSm::accept() {
-  FileDescriptor fd(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!fd) return;
-  Reader& reader = readers_.emplace_back();
-  reader.socket = std::move(fd);
-  ucred peer{};
-  socklen_t size = sizeof peer;
-  if (getsockopt(reader.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) reader.pid = peer.pid;
-  reader.watch =
-      std::make_unique<Quil::EventLoop::Watch>(loop_, reader.socket.get(), [this, &reader] { receive(reader); });
+    FileDescriptor fd(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!fd) return;
+    Reader& reader = readers_.emplace_back();
+    reader.socket = std::move(fd);
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (getsockopt(reader.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) reader.pid = peer.pid;
+    reader.watch =
+        std::make_unique<Quil::EventLoop::Watch>(loop_, reader.socket.get(), [this, &reader] { receive(reader); });
 }
 
 void WriterKickSm::receive(Reader& reader) {
-  alignas(8) char packet[sizeof(KickHello)];
-  for (;;) {
-    const ssize_t size = recv(reader.socket.get(), packet, sizeof packet, MSG_DONTWAIT);
-    if (size < 0 && (errno == EAGAIN || errno == EINTR)) break;
-    if (size <= 0 || !handle(reader, packet, static_cast<std::size_t>(size))) {
-      drop(reader);
-      break;
+    alignas(8) char packet[sizeof(KickHello)];
+    for (;;) {
+        const ssize_t size = recv(reader.socket.get(), packet, sizeof packet, MSG_DONTWAIT);
+        if (size < 0 && (errno == EAGAIN || errno == EINTR)) break;
+        if (size <= 0 || !handle(reader, packet, static_cast<std::size_t>(size))) {
+            drop(reader);
+            break;
+        }
     }
-  }
-  onChange_();
+    onChange_();
 }
 
 // False when the packet is not of this protocol.
 bool WriterKickSm::handle(Reader& reader, const void* packet, std::size_t size) {
-  std::uint32_t type = 0;
-  std::memcpy(&type, packet, std::min(size, sizeof type));
-  if (!reader.welcomed && type == kickHello && size == sizeof(KickHello)) {
-    KickHello hello;
-    std::memcpy(&hello, packet, sizeof hello);
-    if (hello.version != kickVersion) return false;
-    reader.name.assign(hello.name, strnlen(hello.name, sizeof hello.name));
-    reader.sequence = currentSequence_;  // it maps the files after the welcome, so it sees at least this
-    reader.welcomed = true;
-    KickWelcome welcome;
-    welcome.fenix = fenix_;
-    return send(reader.socket.get(), &welcome, sizeof welcome, MSG_DONTWAIT | MSG_NOSIGNAL) == sizeof welcome;
-  }
-  if (reader.welcomed && type == kickAck && size == sizeof(KickAck)) {
-    KickAck ack;
-    std::memcpy(&ack, packet, sizeof ack);
-    reader.sequence = std::max(reader.sequence, std::min(ack.sequence, currentSequence_));
-    reader.slotCounter = ack.slotCounter;
-    reader.bucketCounter = ack.bucketCounter;
-    sleepingIs(reader, ack.sleeping != 0);
-    // ORDER sleep: the reader slept on a state that has moved on meanwhile; its wake-up is due now.
-    if (reader.sleeping && ack.sequence < currentSequence_) kick(reader);
-    return true;
-  }
-  return false;
+    std::uint32_t type = 0;
+    std::memcpy(&type, packet, std::min(size, sizeof type));
+    if (!reader.welcomed && type == kickHello && size == sizeof(KickHello)) {
+        KickHello hello;
+        std::memcpy(&hello, packet, sizeof hello);
+        if (hello.version != kickVersion) return false;
+        reader.name.assign(hello.name, strnlen(hello.name, sizeof hello.name));
+        reader.sequence = currentSequence_;  // it maps the files after the welcome, so it sees at least this
+        reader.welcomed = true;
+        KickWelcome welcome;
+        welcome.fenix = fenix_;
+        return send(reader.socket.get(), &welcome, sizeof welcome, MSG_DONTWAIT | MSG_NOSIGNAL) == sizeof welcome;
+    }
+    if (reader.welcomed && type == kickAck && size == sizeof(KickAck)) {
+        KickAck ack;
+        std::memcpy(&ack, packet, sizeof ack);
+        reader.sequence = std::max(reader.sequence, std::min(ack.sequence, currentSequence_));
+        reader.slotCounter = ack.slotCounter;
+        reader.bucketCounter = ack.bucketCounter;
+        sleepingIs(reader, ack.sleeping != 0);
+        // ORDER sleep: the reader slept on a state that has moved on meanwhile; its wake-up is due now.
+        if (reader.sleeping && ack.sequence < currentSequence_) kick(reader);
+        return true;
+    }
+    return false;
 }
 
 void WriterKickSm::sleepingIs(Reader& reader, bool sleeping) {
-  sleepers_ += static_cast<std::uint32_t>(sleeping) - static_cast<std::uint32_t>(reader.sleeping);
-  reader.sleeping = sleeping;
+    sleepers_ += static_cast<std::uint32_t>(sleeping) - static_cast<std::uint32_t>(reader.sleeping);
+    reader.sleeping = sleeping;
 }
 
 void WriterKickSm::kick(Reader& reader) {
-  const KickWake wake;
-  // A full socket means that a wake-up is under way already; the reader stays marked and is tried again.
-  if (send(reader.socket.get(), &wake, sizeof wake, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno != EAGAIN) {
-    sleepingIs(reader, false);
-  }
+    const KickWake wake;
+    // A full socket means that a wake-up is under way already; the reader stays marked and is tried again.
+    if (send(reader.socket.get(), &wake, sizeof wake, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno != EAGAIN) {
+        sleepingIs(reader, false);
+    }
 }
 
 void WriterKickSm::kickSleepers() {
-  for (Reader& reader : readers_) {
-    if (reader.sleeping) kick(reader);
-  }
+    for (Reader& reader : readers_) {
+        if (reader.sleeping) kick(reader);
+    }
 }
 
 void WriterKickSm::drop(Reader& reader) {
-  sleepingIs(reader, false);
-  readers_.remove_if([&](const Reader& candidate) { return &candidate == &reader; });
+    sleepingIs(reader, false);
+    readers_.remove_if([&](const Reader& candidate) { return &candidate == &reader; });
 }
 
 }  // namespace Mem

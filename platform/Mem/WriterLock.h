@@ -7,10 +7,10 @@
 namespace Mem {
 
 struct WriterLock {
-  // False when another holds it. The descriptor must be open for writing and stay open.
-  static bool acquire(int fd);
-  // Whether some writer holds it; asks without taking it.
-  static bool isHeld(int fd);
+    // False when another holds it. The descriptor must be open for writing and stay open.
+    static bool acquire(int fd);
+    // Whether some writer holds it; asks without taking it.
+    static bool isHeld(int fd);
 };
 
 }  // namespace Mem

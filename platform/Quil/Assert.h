@@ -10,8 +10,8 @@ namespace Quil {
 [[noreturn]] L2RIB_EXPORT void assertFail(const char* text, const char* file, const char* function);
 
 inline void assertThat(bool condition, const char* text, const char* file, const char* function) {
-  if (!condition) [[unlikely]]
-    assertFail(text, file, function);
+    if (!condition) [[unlikely]]
+        assertFail(text, file, function);
 }
 
 }  // namespace Quil

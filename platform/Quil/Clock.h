@@ -19,47 +19,47 @@ constexpr Seconds never = std::numeric_limits<double>::infinity();
 
 class L2RIB_EXPORT Clock : public Counted {
  public:
-  // Someone to be woken. Never called from within wakeupTimeIs(), always from run().
-  class L2RIB_EXPORT NotifieeConst {
-   public:
-    explicit NotifieeConst(Ptr<Clock> clock);
-    NotifieeConst(const NotifieeConst&) = delete;
-    NotifieeConst& operator=(const NotifieeConst&) = delete;
-    virtual ~NotifieeConst();
-    Clock& clock() const { return *clock_; }
-    Seconds wakeupTime() const { return wakeupTime_; }
-    // One call of onTime() at or after the time; a later setting replaces an earlier one, never cancels.
-    void wakeupTimeIs(Seconds time);
-    virtual void onTime() = 0;
+    // Someone to be woken. Never called from within wakeupTimeIs(), always from run().
+    class L2RIB_EXPORT NotifieeConst {
+     public:
+        explicit NotifieeConst(Ptr<Clock> clock);
+        NotifieeConst(const NotifieeConst&) = delete;
+        NotifieeConst& operator=(const NotifieeConst&) = delete;
+        virtual ~NotifieeConst();
+        Clock& clock() const { return *clock_; }
+        Seconds wakeupTime() const { return wakeupTime_; }
+        // One call of onTime() at or after the time; a later setting replaces an earlier one, never cancels.
+        void wakeupTimeIs(Seconds time);
+        virtual void onTime() = 0;
 
-   private:
-    friend class Clock;
-    Ptr<Clock> clock_;
-    Seconds wakeupTime_ = never;
-  };
+     private:
+        friend class Clock;
+        Ptr<Clock> clock_;
+        Seconds wakeupTime_ = never;
+    };
 
-  virtual Seconds now() const = 0;
-  Seconds nextWakeup() const { return waiting_.empty() ? never : waiting_.begin()->first; }
-  // Calls onTime() of all that are due now, in order of time. What a callback makes due again waits for the next run.
-  void run();
+    virtual Seconds now() const = 0;
+    Seconds nextWakeup() const { return waiting_.empty() ? never : waiting_.begin()->first; }
+    // Calls onTime() of all that are due now, in order of time. What a callback makes due again waits for the next run.
+    void run();
 
  private:
-  std::set<std::pair<Seconds, NotifieeConst*>> waiting_;
-  std::set<std::pair<Seconds, NotifieeConst*>> due_;  // the round under way
+    std::set<std::pair<Seconds, NotifieeConst*>> waiting_;
+    std::set<std::pair<Seconds, NotifieeConst*>> due_;  // the round under way
 };
 
 class L2RIB_EXPORT RealClock : public Clock {
  public:
-  Seconds now() const override;
+    Seconds now() const override;
 };
 
 class L2RIB_EXPORT ManualClock : public Clock {
  public:
-  Seconds now() const override { return now_; }
-  void nowIs(Seconds now) { now_ = now; }
+    Seconds now() const override { return now_; }
+    void nowIs(Seconds now) { now_ = now; }
 
  private:
-  Seconds now_ = 0;
+    Seconds now_ = 0;
 };
 
 }  // namespace Quil

@@ -12,38 +12,38 @@ namespace Quil {
 template <class Key, class Child>
 class Collection {
  public:
-  explicit Collection(Entity* owner) : owner_(owner) {}
-  ~Collection() {
-    for (auto& [key, child] : children_) child->parentIs(nullptr);
-  }
-  Collection(const Collection&) = delete;
-  Collection& operator=(const Collection&) = delete;
+    explicit Collection(Entity* owner) : owner_(owner) {}
+    ~Collection() {
+        for (auto& [key, child] : children_) child->parentIs(nullptr);
+    }
+    Collection(const Collection&) = delete;
+    Collection& operator=(const Collection&) = delete;
 
-  // The existing child, silently, or the one that make() returns.
-  template <class Make>
-  Ptr<Child> childIs(const Key& key, Make&& make) {
-    if (auto found = child(key)) return found;
-    Ptr<Child> made = make();
-    made->parentIs(owner_);
-    children_.emplace(key, made);
-    return made;
-  }
-  Ptr<Child> child(const Key& key) const {
-    const auto found = children_.find(key);
-    return found == children_.end() ? Ptr<Child>() : found->second;
-  }
-  // Takes the child out, clears its parent and returns it; null when there is none.
-  Ptr<Child> childDel(const Key& key) {
-    const auto node = children_.extract(key);
-    if (node.empty()) return {};
-    node.mapped()->parentIs(nullptr);
-    return node.mapped();
-  }
-  const std::map<Key, Ptr<Child>>& children() const { return children_; }
+    // The existing child, silently, or the one that make() returns.
+    template <class Make>
+    Ptr<Child> childIs(const Key& key, Make&& make) {
+        if (auto found = child(key)) return found;
+        Ptr<Child> made = make();
+        made->parentIs(owner_);
+        children_.emplace(key, made);
+        return made;
+    }
+    Ptr<Child> child(const Key& key) const {
+        const auto found = children_.find(key);
+        return found == children_.end() ? Ptr<Child>() : found->second;
+    }
+    // Takes the child out, clears its parent and returns it; null when there is none.
+    Ptr<Child> childDel(const Key& key) {
+        const auto node = children_.extract(key);
+        if (node.empty()) return {};
+        node.mapped()->parentIs(nullptr);
+        return node.mapped();
+    }
+    const std::map<Key, Ptr<Child>>& children() const { return children_; }
 
  private:
-  Entity* const owner_;
-  std::map<Key, Ptr<Child>> children_;
+    Entity* const owner_;
+    std::map<Key, Ptr<Child>> children_;
 };
 
 }  // namespace Quil

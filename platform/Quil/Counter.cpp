@@ -5,8 +5,8 @@
 namespace Quil {
 namespace {
 std::vector<const Counter*>& registered() {
-  static std::vector<const Counter*> counters;
-  return counters;
+    static std::vector<const Counter*> counters;
+    return counters;
 }
 }  // namespace
 
@@ -16,9 +16,9 @@ Counter::~Counter() { std::erase(registered(), this); }
 const std::vector<const Counter*>& CounterRegistry::counters() { return registered(); }
 
 std::uint64_t CounterRegistry::total(const String& name) {
-  std::uint64_t sum = 0;
-  for (const Counter* counter : registered()) sum += counter->name() == name ? counter->value() : 0;
-  return sum;
+    std::uint64_t sum = 0;
+    for (const Counter* counter : registered()) sum += counter->name() == name ? counter->value() : 0;
+    return sum;
 }
 
 }  // namespace Quil

@@ -7,19 +7,19 @@ namespace Quil {
 Entity::~Entity() = default;
 
 String Entity::fullName() const {
-  const String above = parent_ ? parent_->fullName() : String();
-  return above.empty() ? name_ : cat(above, "/", name_);
+    const String above = parent_ ? parent_->fullName() : String();
+    return above.empty() ? name_ : cat(above, "/", name_);
 }
 
 void Entity::parentIs(Entity* parent) {
-  if (parent == parent_) return;
-  Entity* before = std::exchange(parent_, parent);
-  try {
-    handleParent(parent);
-  } catch (...) {
-    parent_ = before;
-    throw;
-  }
+    if (parent == parent_) return;
+    Entity* before = std::exchange(parent_, parent);
+    try {
+        handleParent(parent);
+    } catch (...) {
+        parent_ = before;
+        throw;
+    }
 }
 
 const Type& Entity::fwkType() const { return typeOf<Entity>(); }

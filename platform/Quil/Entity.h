@@ -14,33 +14,33 @@ class Type;
 
 class L2RIB_EXPORT Entity : public Counted {
  public:
-  explicit Entity(Name name) : name_(std::move(name)) {}
-  ~Entity() override;
+    explicit Entity(Name name) : name_(std::move(name)) {}
+    ~Entity() override;
 
-  const Name& name() const { return name_; }
-  Entity* parent() const { return parent_; }
-  // The names from the root down, joined by "/"; the root's empty name does not show.
-  String fullName() const;
-  // Takes its place under a parent, or leaves the tree (null). Calls handleParent(); if that throws, nothing changed.
-  void parentIs(Entity* parent);
-  // The framework's description of this type; see TypeRegistry.h.
-  virtual const Type& fwkType() const;
+    const Name& name() const { return name_; }
+    Entity* parent() const { return parent_; }
+    // The names from the root down, joined by "/"; the root's empty name does not show.
+    String fullName() const;
+    // Takes its place under a parent, or leaves the tree (null). Calls handleParent(); if that throws, nothing changed.
+    void parentIs(Entity* parent);
+    // The framework's description of this type; see TypeRegistry.h.
+    virtual const Type& fwkType() const;
 
  protected:
-  virtual void handleParent(Entity* parent);
+    virtual void handleParent(Entity* parent);
 
-  // Stores a scalar attribute and notifies when the value changes:
-  //   void currentIs(U64 v) { setAndNotify(current_, v, notifiees_, &NotifieeConst::onCurrent); }
-  template <class T, class N>
-  static void setAndNotify(T& field, const T& value, NotifieeList<N>& list, void (N::*onChange)()) {
-    if (field == value) return;
-    field = value;
-    list.forEach([&](N& notifiee) { (notifiee.*onChange)(); });
-  }
+    // Stores a scalar attribute and notifies when the value changes:
+    //   void currentIs(U64 v) { setAndNotify(current_, v, notifiees_, &NotifieeConst::onCurrent); }
+    template <class T, class N>
+    static void setAndNotify(T& field, const T& value, NotifieeList<N>& list, void (N::*onChange)()) {
+        if (field == value) return;
+        field = value;
+        list.forEach([&](N& notifiee) { (notifiee.*onChange)(); });
+    }
 
  private:
-  const Name name_;
-  Entity* parent_ = nullptr;
+    const Name name_;
+    Entity* parent_ = nullptr;
 };
 
 }  // namespace Quil

@@ -20,7 +20,7 @@ RangeException::RangeException(String message, String field)
       field_(std::move(field)) {}
 
 RangeException RangeException::inside(std::string_view outer) const {
-  return RangeException(message_, field_.empty() ? String(outer) : cat(outer, ".", field_));
+    return RangeException(message_, field_.empty() ? String(outer) : cat(outer, ".", field_));
 }
 
 }  // namespace Quil

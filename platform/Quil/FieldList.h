@@ -17,46 +17,46 @@ namespace Quil {
 
 template <class T, class M>
 struct Field {
-  using Type = M;
-  const char* name;
-  M T::*member;
+    using Type = M;
+    const char* name;
+    M T::*member;
 };
 
 template <class... F>
 struct FieldList {
-  const char* typeName;  // with its namespace
-  std::tuple<F...> fields;
+    const char* typeName;  // with its namespace
+    std::tuple<F...> fields;
 };
 
 template <class T, class M>
 constexpr Field<T, M> field(const char* name, M T::*member) {
-  return {name, member};
+    return {name, member};
 }
 
 template <class... F>
 constexpr FieldList<F...> fieldList(const char* typeName, F... fields) {
-  return {typeName, {fields...}};
+    return {typeName, {fields...}};
 }
 
 template <class T>
 concept Composite = requires {
-  T::fwkFields();
+    T::fwkFields();
 };
 
 template <Composite T, class F>
 constexpr void forEachField(F&& visit) {
-  constexpr auto list = T::fwkFields();
-  std::apply([&](const auto&... f) { (visit(f), ...); }, list.fields);
+    constexpr auto list = T::fwkFields();
+    std::apply([&](const auto&... f) { (visit(f), ...); }, list.fields);
 }
 
 // Runs the reading of one field; a range error leaves it under the field's name.
 template <class F>
 void atField(const char* name, F&& read) {
-  try {
-    read();
-  } catch (const RangeException& error) {
-    throw error.inside(name);
-  }
+    try {
+        read();
+    } catch (const RangeException& error) {
+        throw error.inside(name);
+    }
 }
 
 }  // namespace Quil

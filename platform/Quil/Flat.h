@@ -12,16 +12,16 @@ namespace Quil {
 
 template <class T>
 class Flat {
-  static_assert(sizeof(T) == 8);
+    static_assert(sizeof(T) == 8);
 
  public:
-  using Number = T;
-  constexpr Flat() : Flat(T()) {}
-  constexpr Flat(T value) : words_(std::bit_cast<std::array<std::uint32_t, 2>>(value)) {}  // NOLINT: a number is one
-  constexpr operator T() const { return std::bit_cast<T>(words_); }                        // NOLINT
+    using Number = T;
+    constexpr Flat() : Flat(T()) {}
+    constexpr Flat(T value) : words_(std::bit_cast<std::array<std::uint32_t, 2>>(value)) {}  // NOLINT: a number is one
+    constexpr operator T() const { return std::bit_cast<T>(words_); }                        // NOLINT
 
  private:
-  std::array<std::uint32_t, 2> words_;  // in the machine's order, as the number itself would lie
+    std::array<std::uint32_t, 2> words_;  // in the machine's order, as the number itself would lie
 };
 static_assert(sizeof(Flat<std::uint64_t>) == 8 && alignof(Flat<std::uint64_t>) == 4);
 

@@ -18,73 +18,73 @@ namespace Quil {
 template <class N>
 class NotifieeList {
  public:
-  bool empty() const {
-    return std::all_of(list_.begin(), list_.end(), [](N* n) { return n == nullptr; });
-  }
-  void attach(N* notifiee) { list_.push_back(notifiee); }
-  void detach(N* notifiee) {
-    const auto found = std::find(list_.begin(), list_.end(), notifiee);
-    if (found == list_.end()) return;
-    if (rounds_ > 0) {
-      *found = nullptr;  // a round is walking the list: leave the place, sweep later
-    } else {
-      list_.erase(found);
+    bool empty() const {
+        return std::all_of(list_.begin(), list_.end(), [](N* n) { return n == nullptr; });
     }
-  }
-  template <class F>
-  void forEach(F&& call) {
-    struct Round {  // counts nested rounds, sweeps after the outermost one, also when a callback throws
-      NotifieeList& list;
-      explicit Round(NotifieeList& l) : list(l) { ++list.rounds_; }
-      ~Round() {
-        if (--list.rounds_ == 0) std::erase(list.list_, nullptr);
-      }
-    } round(*this);
-    const std::size_t end = list_.size();
-    for (std::size_t i = 0; i < end; ++i) {
-      if (N* notifiee = list_[i]) call(*notifiee);
+    void attach(N* notifiee) { list_.push_back(notifiee); }
+    void detach(N* notifiee) {
+        const auto found = std::find(list_.begin(), list_.end(), notifiee);
+        if (found == list_.end()) return;
+        if (rounds_ > 0) {
+            *found = nullptr;  // a round is walking the list: leave the place, sweep later
+        } else {
+            list_.erase(found);
+        }
     }
-  }
+    template <class F>
+    void forEach(F&& call) {
+        struct Round {  // counts nested rounds, sweeps after the outermost one, also when a callback throws
+            NotifieeList& list;
+            explicit Round(NotifieeList& l) : list(l) { ++list.rounds_; }
+            ~Round() {
+                if (--list.rounds_ == 0) std::erase(list.list_, nullptr);
+            }
+        } round(*this);
+        const std::size_t end = list_.size();
+        for (std::size_t i = 0; i < end; ++i) {
+            if (N* notifiee = list_[i]) call(*notifiee);
+        }
+    }
 
  private:
-  std::vector<N*> list_;
-  int rounds_ = 0;
+    std::vector<N*> list_;
+    int rounds_ = 0;
 };
 
 template <class Watched, class Derived>
 class Notifiee {
  public:
-  Notifiee() = default;
-  Notifiee(const Notifiee&) = delete;
-  Notifiee& operator=(const Notifiee&) = delete;
-  virtual ~Notifiee() {
-    if (registered_) notifier_->fwkNotifiees().detach(static_cast<Derived*>(this));
-  }
-
-  const Ptr<const Watched>& notifier() const { return notifier_; }
-  // Watches this entity from now on (null: none) and keeps it alive meanwhile.
-  virtual void notifierIs(const Ptr<const Watched>& notifier) {
-    const bool registered = registered_ || !notifier_;
-    isRegisteredNotifieeIs(false);
-    notifier_ = notifier;
-    isRegisteredNotifieeIs(registered);
-  }
-  // Enters or leaves the entity's list without letting go of the entity.
-  bool isRegisteredNotifiee() const { return registered_; }
-  virtual void isRegisteredNotifieeIs(bool registered) {
-    registered = registered && notifier_;
-    if (registered == registered_) return;
-    registered_ = registered;
-    if (registered) {
-      notifier_->fwkNotifiees().attach(static_cast<Derived*>(this));
-    } else {
-      notifier_->fwkNotifiees().detach(static_cast<Derived*>(this));
+    Notifiee() = default;
+    Notifiee(const Notifiee&) = delete;
+    Notifiee& operator=(const Notifiee&) = delete;
+    virtual ~Notifiee() {
+        if (registered_) notifier_->fwkNotifiees().detach(static_cast<Derived*>(this));
     }
-  }
+
+    const Ptr<const Watched>& notifier() const { return notifier_; }
+    // Watches this entity from now on (null: none) and keeps it alive meanwhile.
+    virtual void notifierIs(const Ptr<const Watched>& notifier) {
+        const bool registered = registered_ || !notifier_;
+        isRegisteredNotifieeIs(false);
+        notifier_ = notifier;
+        isRegisteredNotifieeIs(registered);
+    }
+    // Enters or leaves the entity's list without letting go of the entity.
+    bool isRegisteredNotifiee() const { return registered_; }
+    virtual void isRegisteredNotifieeIs(bool registered) {
+        registered = registered && notifier_;
+        if (registered == registered_) return;
+        registered_ = registered;
+        if (registered) {
+            notifier_->fwkNotifiees().attach(static_cast<Derived*>(this));
+        } else {
+            notifier_->fwkNotifiees().detach(static_cast<Derived*>(this));
+        }
+    }
 
  private:
-  Ptr<const Watched> notifier_;
-  bool registered_ = false;
+    Ptr<const Watched> notifier_;
+    bool registered_ = false;
 };
 
 }  // namespace Quil

@@ -18,56 +18,56 @@ L2RIB_EXPORT void countingIsThreadSafe(bool threadSafe);
 
 class L2RIB_EXPORT Counted {
  public:
-  Counted(const Counted&) = delete;
-  Counted& operator=(const Counted&) = delete;
-  void retain() const;
-  void release() const;  // deletes the object with the last reference
-  std::uint32_t references() const { return references_.load(std::memory_order_relaxed); }
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
+    void retain() const;
+    void release() const;  // deletes the object with the last reference
+    std::uint32_t references() const { return references_.load(std::memory_order_relaxed); }
 
  protected:
-  Counted() = default;
-  virtual ~Counted();
+    Counted() = default;
+    virtual ~Counted();
 
  private:
-  mutable std::atomic<std::uint32_t> references_{0};
+    mutable std::atomic<std::uint32_t> references_{0};
 };
 
 template <class T>
 class Ptr {
  public:
-  Ptr() = default;
-  Ptr(std::nullptr_t) {}              // NOLINT: a null pointer is one
-  Ptr(T* object) : object_(object) {  // NOLINT: "Ptr(this)" and factories
-    if (object_) object_->retain();
-  }
-  Ptr(const Ptr& other) : Ptr(other.object_) {}
-  Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
-  template <class U>
-  Ptr(const Ptr<U>& other) : Ptr(other.get()) {}  // NOLINT: to a base, to const
-  ~Ptr() {
-    if (object_) object_->release();
-  }
-  Ptr& operator=(Ptr other) noexcept {
-    std::swap(object_, other.object_);
-    return *this;
-  }
-  T* get() const { return object_; }
-  T* operator->() const { return object_; }
-  T& operator*() const { return *object_; }
-  explicit operator bool() const { return object_ != nullptr; }
-  template <class U>
-  bool operator==(const Ptr<U>& other) const {
-    return object_ == other.get();
-  }
-  bool operator==(std::nullptr_t) const { return object_ == nullptr; }
+    Ptr() = default;
+    Ptr(std::nullptr_t) {}              // NOLINT: a null pointer is one
+    Ptr(T* object) : object_(object) {  // NOLINT: "Ptr(this)" and factories
+        if (object_) object_->retain();
+    }
+    Ptr(const Ptr& other) : Ptr(other.object_) {}
+    Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+    template <class U>
+    Ptr(const Ptr<U>& other) : Ptr(other.get()) {}  // NOLINT: to a base, to const
+    ~Ptr() {
+        if (object_) object_->release();
+    }
+    Ptr& operator=(Ptr other) noexcept {
+        std::swap(object_, other.object_);
+        return *this;
+    }
+    T* get() const { return object_; }
+    T* operator->() const { return object_; }
+    T& operator*() const { return *object_; }
+    explicit operator bool() const { return object_ != nullptr; }
+    template <class U>
+    bool operator==(const Ptr<U>& other) const {
+        return object_ == other.get();
+    }
+    bool operator==(std::nullptr_t) const { return object_ == nullptr; }
 
  private:
-  T* object_ = nullptr;
+    T* object_ = nullptr;
 };
 
 template <class T, class... Args>
 Ptr<T> makePtr(Args&&... args) {
-  return Ptr<T>(new T(std::forward<Args>(args)...));
+    return Ptr<T>(new T(std::forward<Args>(args)...));
 }
 
 }  // namespace Quil

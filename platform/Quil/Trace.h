@@ -19,36 +19,36 @@ namespace Quil {
 
 class L2RIB_EXPORT Trace {
  public:
-  // The handle of this name, made at first use.
-  static Trace& handler(const String& name);
-  // The framework's default handle, named "default".
-  static Trace& defaultHandle();
-  // Where the lines go; stderr at first. Called with handle name, level and text.
-  using Sink = std::function<void(const String& name, int level, const String& text)>;
-  static void sinkIs(Sink sink);
+    // The handle of this name, made at first use.
+    static Trace& handler(const String& name);
+    // The framework's default handle, named "default".
+    static Trace& defaultHandle();
+    // Where the lines go; stderr at first. Called with handle name, level and text.
+    using Sink = std::function<void(const String& name, int level, const String& text)>;
+    static void sinkIs(Sink sink);
 
-  Trace(const Trace&) = delete;
-  Trace& operator=(const Trace&) = delete;
-  const String& name() const { return name_; }
-  void levelIs(int level) { level_.store(level, std::memory_order_relaxed); }
-  bool enabled(int level) const { return level <= level_.load(std::memory_order_relaxed); }
-  // Bits select groups of messages within a handle; all are on at first.
-  void bitsIs(std::uint32_t bits) { bits_.store(bits, std::memory_order_relaxed); }
-  bool bit(std::uint32_t mask) const { return (bits_.load(std::memory_order_relaxed) & mask) != 0; }
+    Trace(const Trace&) = delete;
+    Trace& operator=(const Trace&) = delete;
+    const String& name() const { return name_; }
+    void levelIs(int level) { level_.store(level, std::memory_order_relaxed); }
+    bool enabled(int level) const { return level <= level_.load(std::memory_order_relaxed); }
+    // Bits select groups of messages within a handle; all are on at first.
+    void bitsIs(std::uint32_t bits) { bits_.store(bits, std::memory_order_relaxed); }
+    bool bit(std::uint32_t mask) const { return (bits_.load(std::memory_order_relaxed) & mask) != 0; }
 
-  template <class Build>
-  void log(int level, Build&& build) const {
-    if (enabled(level)) [[unlikely]]
-      emit(level, build());
-  }
+    template <class Build>
+    void log(int level, Build&& build) const {
+        if (enabled(level)) [[unlikely]]
+            emit(level, build());
+    }
 
  private:
-  explicit Trace(String name);
-  void emit(int level, const String& text) const;
+    explicit Trace(String name);
+    void emit(int level, const String& text) const;
 
-  const String name_;
-  std::atomic<int> level_{0};
-  std::atomic<std::uint32_t> bits_{0xffffffffu};
+    const String name_;
+    std::atomic<int> level_{0};
+    std::atomic<std::uint32_t> bits_{0xffffffffu};
 };
 
 }  // namespace Quil

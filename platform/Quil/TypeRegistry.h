@@ -19,126 +19,126 @@
 namespace Quil {
 
 struct Attribute {
-  String name;
-  std::function<String(const Entity&)> get;         // the value text
-  std::function<void(Entity&, const String&)> set;  // empty for a read-only attribute
+    String name;
+    std::function<String(const Entity&)> get;         // the value text
+    std::function<void(Entity&, const String&)> set;  // empty for a read-only attribute
 };
 
 class L2RIB_EXPORT Type {
  public:
-  enum class Kind { value, entity };
-  Kind kind = Kind::entity;
-  String name;
-  std::vector<Attribute> attributes;                              // of an entity
-  std::vector<String> fields;                                     // of a value, in order
-  std::function<Ptr<Entity>(const std::vector<String>&)> create;  // empty when the type cannot be made by name
-  std::function<String(const String&)> reprint;                   // of a value: parses a text and prints it again
+    enum class Kind { value, entity };
+    Kind kind = Kind::entity;
+    String name;
+    std::vector<Attribute> attributes;                              // of an entity
+    std::vector<String> fields;                                     // of a value, in order
+    std::function<Ptr<Entity>(const std::vector<String>&)> create;  // empty when the type cannot be made by name
+    std::function<String(const String&)> reprint;                   // of a value: parses a text and prints it again
 
-  // Raises the range exception when there is no such attribute.
-  const Attribute& attribute(std::string_view attributeName) const;
+    // Raises the range exception when there is no such attribute.
+    const Attribute& attribute(std::string_view attributeName) const;
 };
 
 class L2RIB_EXPORT TypeRegistry {
  public:
-  static TypeRegistry& instance();
-  const Type& add(Type type);
-  const Type* find(const String& name) const;
-  std::vector<String> names() const;
-  // Raises the range exception for an unknown type or a wrong number of arguments.
-  Ptr<Entity> create(const String& typeName, const std::vector<String>& arguments) const;
+    static TypeRegistry& instance();
+    const Type& add(Type type);
+    const Type* find(const String& name) const;
+    std::vector<String> names() const;
+    // Raises the range exception for an unknown type or a wrong number of arguments.
+    Ptr<Entity> create(const String& typeName, const std::vector<String>& arguments) const;
 
  private:
-  std::map<String, Type> types_;
+    std::map<String, Type> types_;
 };
 
 template <class T>
 String textOf(const T& value) {
-  String out;
-  appendStrep(out, value);
-  return out;
+    String out;
+    appendStrep(out, value);
+    return out;
 }
 
 template <class T>
 T valueOf(const String& text) {
-  if constexpr (std::is_same_v<T, String>) {
-    return text;
-  } else {
-    T value{};
-    parseValue(text, value);
-    return value;
-  }
+    if constexpr (std::is_same_v<T, String>) {
+        return text;
+    } else {
+        T value{};
+        parseValue(text, value);
+        return value;
+    }
 }
 
 template <class E>
 class TypeBuilder {
  public:
-  TypeBuilder& name(const char* typeName) {
-    type_.name = typeName;
-    return *this;
-  }
-  template <class... Args, class F>
-  TypeBuilder& creator(F make) {
-    type_.create = [make, typeName = type_.name](const std::vector<String>& args) {
-      if (args.size() != sizeof...(Args)) {
-        throw RangeException(cat(typeName, " takes ", sizeof...(Args), " arguments, not ", args.size()));
-      }
-      return invoke<Args...>(make, args, std::index_sequence_for<Args...>());
-    };
-    return *this;
-  }
-  template <class Get>
-  TypeBuilder& attribute(const char* attributeName, Get get) {
-    type_.attributes.push_back({attributeName, getter(get), {}});
-    return *this;
-  }
-  template <class Get, class V>
-  TypeBuilder& attribute(const char* attributeName, Get get, void (E::*set)(V)) {
-    type_.attributes.push_back({attributeName, getter(get), [set](Entity& entity, const String& text) {
-                                  (static_cast<E&>(entity).*set)(valueOf<std::decay_t<V>>(text));
-                                }});
-    return *this;
-  }
-  Type take() { return std::move(type_); }
+    TypeBuilder& name(const char* typeName) {
+        type_.name = typeName;
+        return *this;
+    }
+    template <class... Args, class F>
+    TypeBuilder& creator(F make) {
+        type_.create = [make, typeName = type_.name](const std::vector<String>& args) {
+            if (args.size() != sizeof...(Args)) {
+                throw RangeException(cat(typeName, " takes ", sizeof...(Args), " arguments, not ", args.size()));
+            }
+            return invoke<Args...>(make, args, std::index_sequence_for<Args...>());
+        };
+        return *this;
+    }
+    template <class Get>
+    TypeBuilder& attribute(const char* attributeName, Get get) {
+        type_.attributes.push_back({attributeName, getter(get), {}});
+        return *this;
+    }
+    template <class Get, class V>
+    TypeBuilder& attribute(const char* attributeName, Get get, void (E::*set)(V)) {
+        type_.attributes.push_back({attributeName, getter(get), [set](Entity& entity, const String& text) {
+                                        (static_cast<E&>(entity).*set)(valueOf<std::decay_t<V>>(text));
+                                    }});
+        return *this;
+    }
+    Type take() { return std::move(type_); }
 
  private:
-  template <class Get>
-  static std::function<String(const Entity&)> getter(Get get) {
-    return [get](const Entity& entity) { return textOf(std::invoke(get, static_cast<const E&>(entity))); };
-  }
-  template <class... Args, class F, std::size_t... I>
-  static Ptr<Entity> invoke(F make, const std::vector<String>& args, std::index_sequence<I...>) {
-    return make(valueOf<Args>(args[I])...);
-  }
-  Type type_;
+    template <class Get>
+    static std::function<String(const Entity&)> getter(Get get) {
+        return [get](const Entity& entity) { return textOf(std::invoke(get, static_cast<const E&>(entity))); };
+    }
+    template <class... Args, class F, std::size_t... I>
+    static Ptr<Entity> invoke(F make, const std::vector<String>& args, std::index_sequence<I...>) {
+        return make(valueOf<Args>(args[I])...);
+    }
+    Type type_;
 };
 
 template <class E>
 const Type& registerType() {
-  TypeBuilder<E> builder;
-  E::fwkDeclare(builder);
-  return TypeRegistry::instance().add(builder.take());
+    TypeBuilder<E> builder;
+    E::fwkDeclare(builder);
+    return TypeRegistry::instance().add(builder.take());
 }
 
 template <Composite T>
 const Type& registerValue() {
-  Type type;
-  type.kind = Type::Kind::value;
-  type.name = T::fwkFields().typeName;
-  forEachField<T>([&](const auto& f) { type.fields.emplace_back(f.name); });
-  type.reprint = [](const String& text) { return textOf(valueOf<T>(text)); };
-  return TypeRegistry::instance().add(std::move(type));
+    Type type;
+    type.kind = Type::Kind::value;
+    type.name = T::fwkFields().typeName;
+    forEachField<T>([&](const auto& f) { type.fields.emplace_back(f.name); });
+    type.reprint = [](const String& text) { return textOf(valueOf<T>(text)); };
+    return TypeRegistry::instance().add(std::move(type));
 }
 
 // The registered description of a type; the base class Entity has an empty one.
 template <class E>
 const Type& typeOf() {
-  if constexpr (std::is_same_v<E, Entity>) {
-    static const Type base{Type::Kind::entity, "Quil::Entity", {}, {}, {}, {}};
-    return base;
-  } else {
-    static const Type& type = registerType<E>();
-    return type;
-  }
+    if constexpr (std::is_same_v<E, Entity>) {
+        static const Type base{Type::Kind::entity, "Quil::Entity", {}, {}, {}, {}};
+        return base;
+    } else {
+        static const Type& type = registerType<E>();
+        return type;
+    }
 }
 
 }  // namespace Quil

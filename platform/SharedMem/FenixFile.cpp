@@ -18,46 +18,46 @@ constexpr std::uint32_t version = 1;
 Quil::String fenixPath(const Quil::String& directory) { return directory + "/fenix"; }
 
 FenixId readId(int fd) {
-  FenixRecord record{};
-  const bool whole = pread(fd, &record, sizeof record, 0) == static_cast<ssize_t>(sizeof record);
-  return whole && std::memcmp(record.magic, magic, 8) == 0 && record.version == version ? record.id : 0;
+    FenixRecord record{};
+    const bool whole = pread(fd, &record, sizeof record, 0) == static_cast<ssize_t>(sizeof record);
+    return whole && std::memcmp(record.magic, magic, 8) == 0 && record.version == version ? record.id : 0;
 }
 
 }  // namespace
 
 FenixId FenixFile::read(const Quil::String& directory) {
-  const auto file = Mem::Files::openForReading(fenixPath(directory));
-  return file ? readId(file.get()) : 0;
+    const auto file = Mem::Files::openForReading(fenixPath(directory));
+    return file ? readId(file.get()) : 0;
 }
 
 bool FenixFile::writerLives(const Quil::String& directory) {
-  const auto file = Mem::Files::openForReading(fenixPath(directory));
-  return file && Mem::WriterLock::isHeld(file.get());
+    const auto file = Mem::Files::openForReading(fenixPath(directory));
+    return file && Mem::WriterLock::isHeld(file.get());
 }
 
 FenixFile::FenixFile(const Quil::String& directory)
     : path_(fenixPath(directory)), file_((Mem::Files::makeDirectories(directory), Mem::Files::openOrCreate(path_))) {
-  if (!Mem::WriterLock::acquire(file_.get())) {
-    throw Verro::InvalidInitializeException(Quil::cat(path_, ": another writer holds this table"));
-  }
-  id_ = readId(file_.get());
+    if (!Mem::WriterLock::acquire(file_.get())) {
+        throw Verro::InvalidInitializeException(Quil::cat(path_, ": another writer holds this table"));
+    }
+    id_ = readId(file_.get());
 }
 
 void FenixFile::write(FenixId id) {
-  std::random_device random;
-  while (id == 0 || (id == id_ && id_ != 0)) id = random();
-  FenixRecord record{};
-  std::memcpy(record.magic, magic, 8);
-  record.version = version;
-  record.id = id;
-  record.pid = static_cast<std::uint32_t>(getpid());
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  const std::uint64_t start =
-      static_cast<std::uint64_t>(now.tv_sec) * 1000000000u + static_cast<std::uint64_t>(now.tv_nsec);
-  std::memcpy(record.startTime, &start, 8);
-  Mem::Files::write(file_.get(), path_, &record, sizeof record);
-  id_ = id;
+    std::random_device random;
+    while (id == 0 || (id == id_ && id_ != 0)) id = random();
+    FenixRecord record{};
+    std::memcpy(record.magic, magic, 8);
+    record.version = version;
+    record.id = id;
+    record.pid = static_cast<std::uint32_t>(getpid());
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::uint64_t start =
+        static_cast<std::uint64_t>(now.tv_sec) * 1000000000u + static_cast<std::uint64_t>(now.tv_nsec);
+    std::memcpy(record.startTime, &start, 8);
+    Mem::Files::write(file_.get(), path_, &record, sizeof record);
+    id_ = id;
 }
 
 }  // namespace SharedMem

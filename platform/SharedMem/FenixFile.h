@@ -18,33 +18,33 @@ namespace SharedMem {
 using FenixId = std::uint32_t;  // 0: none, or any
 
 struct FenixRecord {
-  char magic[8];
-  std::uint32_t version;
-  FenixId id;
-  std::uint32_t pid;
-  std::uint32_t zero;
-  std::uint32_t startTime[2];  // a 64-bit number
+    char magic[8];
+    std::uint32_t version;
+    FenixId id;
+    std::uint32_t pid;
+    std::uint32_t zero;
+    std::uint32_t startTime[2];  // a 64-bit number
 };
 static_assert(sizeof(FenixRecord) == 32);
 
 class L2RIB_EXPORT FenixFile {
  public:
-  // The id in the file; 0 when there is no valid one.
-  static FenixId read(const Quil::String& directory);
-  // Whether a writer lives: holds the lock.
-  static bool writerLives(const Quil::String& directory);
+    // The id in the file; 0 when there is no valid one.
+    static FenixId read(const Quil::String& directory);
+    // Whether a writer lives: holds the lock.
+    static bool writerLives(const Quil::String& directory);
 
-  // The writer's: opens or makes the file and takes the writer lock.
-  // Throws InvalidInitializeException when another writer has it; nothing was changed then.
-  explicit FenixFile(const Quil::String& directory);
-  FenixId id() const { return id_; }
-  // Writes the id, or, with 0, a new random one that differs from the old.
-  void write(FenixId id = 0);
+    // The writer's: opens or makes the file and takes the writer lock.
+    // Throws InvalidInitializeException when another writer has it; nothing was changed then.
+    explicit FenixFile(const Quil::String& directory);
+    FenixId id() const { return id_; }
+    // Writes the id, or, with 0, a new random one that differs from the old.
+    void write(FenixId id = 0);
 
  private:
-  const Quil::String path_;
-  const Mem::FileDescriptor file_;
-  FenixId id_ = 0;
+    const Quil::String path_;
+    const Mem::FileDescriptor file_;
+    FenixId id_ = 0;
 };
 
 }  // namespace SharedMem

@@ -8,15 +8,15 @@ namespace Verro {
 // The memory of a table does not hang together. Reported to the table's corruption hook; never reaches a consumer.
 class L2RIB_EXPORT CorruptionDetectedException : public Quil::Exception {
  public:
-  using Exception::Exception;
-  ~CorruptionDetectedException() override;
+    using Exception::Exception;
+    ~CorruptionDetectedException() override;
 };
 
 // A table cannot be set up as asked: names too long, a second parent, atomics the processor lacks.
 class L2RIB_EXPORT InvalidInitializeException : public Quil::Exception {
  public:
-  using Exception::Exception;
-  ~InvalidInitializeException() override;
+    using Exception::Exception;
+    ~InvalidInitializeException() override;
 };
 
 }  // namespace Verro

@@ -16,135 +16,135 @@ using test::recordOf;
 
 class MountTest : public testing::Test {
  protected:
-  Quil::Ptr<L2Rib::HostOutput> mounted(Corestore::EntityManager& em, QuilMemtab::QuilMemtabType mode) {
-    auto table = L2Rib::hostOutputFactory("host");
-    em.mount("l2rib/output", table, L2Rib::TableInfo().hostOutputInfo(mode));
-    return table;
-  }
-  std::string tableDirectory() const { return scratch.path() + "/l2rib/output/host/host"; }
+    Quil::Ptr<L2Rib::HostOutput> mounted(Corestore::EntityManager& em, QuilMemtab::QuilMemtabType mode) {
+        auto table = L2Rib::hostOutputFactory("host");
+        em.mount("l2rib/output", table, L2Rib::TableInfo().hostOutputInfo(mode));
+        return table;
+    }
+    std::string tableDirectory() const { return scratch.path() + "/l2rib/output/host/host"; }
 
-  test::ScratchDir scratch;
-  Quil::EventLoop loop;
-  Corestore::EntityManager writerEm{loop, scratch.path()};
-  Corestore::EntityManager readerEm{loop, scratch.path(), "a reader"};
+    test::ScratchDir scratch;
+    Quil::EventLoop loop;
+    Corestore::EntityManager writerEm{loop, scratch.path()};
+    Corestore::EntityManager readerEm{loop, scratch.path(), "a reader"};
 };
 
 struct Recorder : L2Rib::HostOutput::NotifieeConst {
-  std::vector<Bridging::MacVlanPair> keys;
-  int collections = 0;
-  void onHost(const Bridging::MacVlanPair& key) override { keys.push_back(key); }
-  void onHost() override { ++collections; }
+    std::vector<Bridging::MacVlanPair> keys;
+    int collections = 0;
+    void onHost(const Bridging::MacVlanPair& key) override { keys.push_back(key); }
+    void onHost() override { ++collections; }
 };
 
 TEST_F(MountTest, ReaderSeesWhatIsThereAndIsToldOfEveryChange) {
-  auto writer = mounted(writerEm, QuilMemtab::writer);
-  writer->hostIs(recordOf(1, 1));
-  auto reader = mounted(readerEm, QuilMemtab::reader);
-  Recorder recorder;
-  recorder.notifierIs(reader);
-  ASSERT_TRUE(test::turnUntil(loop, [&] { return recorder.keys.size() == 1; }));
-  EXPECT_EQ(recorder.collections, 1);
-  EXPECT_EQ(recorder.keys[0], keyOf(1));
-  EXPECT_EQ(test::generationOf(reader->host(keyOf(1))), 1u);
-  EXPECT_TRUE(reader->hostControl().mounted());
+    auto writer = mounted(writerEm, QuilMemtab::writer);
+    writer->hostIs(recordOf(1, 1));
+    auto reader = mounted(readerEm, QuilMemtab::reader);
+    Recorder recorder;
+    recorder.notifierIs(reader);
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return recorder.keys.size() == 1; }));
+    EXPECT_EQ(recorder.collections, 1);
+    EXPECT_EQ(recorder.keys[0], keyOf(1));
+    EXPECT_EQ(test::generationOf(reader->host(keyOf(1))), 1u);
+    EXPECT_TRUE(reader->hostControl().mounted());
 
-  // A burst is one wake-up and one delivery a key, with the last state.
-  for (std::uint32_t g = 2; g < 50; ++g) writer->hostIs(recordOf(1, g));
-  writer->hostIs(recordOf(2, 1));
-  writer->hostDel(keyOf(2));
-  ASSERT_TRUE(
-      test::turnUntil(loop, [&] { return reader->hostControl().sequence() == writer->hostControl().sequence(); }));
-  EXPECT_LE(recorder.keys.size(), 3u);
-  EXPECT_EQ(test::generationOf(reader->host(keyOf(1))), 49u);
-  L2Rib::HostAndSource gone;
-  EXPECT_FALSE(reader->host(keyOf(2), gone));
-  EXPECT_EQ(gone, L2Rib::HostAndSource());
+    // A burst is one wake-up and one delivery a key, with the last state.
+    for (std::uint32_t g = 2; g < 50; ++g) writer->hostIs(recordOf(1, g));
+    writer->hostIs(recordOf(2, 1));
+    writer->hostDel(keyOf(2));
+    ASSERT_TRUE(
+        test::turnUntil(loop, [&] { return reader->hostControl().sequence() == writer->hostControl().sequence(); }));
+    EXPECT_LE(recorder.keys.size(), 3u);
+    EXPECT_EQ(test::generationOf(reader->host(keyOf(1))), 49u);
+    L2Rib::HostAndSource gone;
+    EXPECT_FALSE(reader->host(keyOf(2), gone));
+    EXPECT_EQ(gone, L2Rib::HostAndSource());
 }
 
 TEST_F(MountTest, WritingThroughAReaderIsRefused) {
-  auto writer = mounted(writerEm, QuilMemtab::writer);
-  auto reader = mounted(readerEm, QuilMemtab::reader);
-  EXPECT_THROW(reader->hostIs(recordOf(1, 1)), Quil::AssertionException);
-  EXPECT_THROW(reader->hostDel(keyOf(1)), Quil::AssertionException);
+    auto writer = mounted(writerEm, QuilMemtab::writer);
+    auto reader = mounted(readerEm, QuilMemtab::reader);
+    EXPECT_THROW(reader->hostIs(recordOf(1, 1)), Quil::AssertionException);
+    EXPECT_THROW(reader->hostDel(keyOf(1)), Quil::AssertionException);
 }
 
 TEST_F(MountTest, ASecondWriterFailsBeforeItChangesAnything) {
-  auto writer = mounted(writerEm, QuilMemtab::writer);
-  writer->hostIs(recordOf(1, 1));
-  EXPECT_THROW(mounted(readerEm, QuilMemtab::writer), Verro::InvalidInitializeException);
-  Corestore::EntityManager third(loop, scratch.path());
-  auto reader = mounted(third, QuilMemtab::reader);
-  ASSERT_TRUE(test::turnUntil(loop, [&] { return reader->hostControl().mounted(); }));
-  EXPECT_EQ(test::generationOf(reader->host(keyOf(1))), 1u);
+    auto writer = mounted(writerEm, QuilMemtab::writer);
+    writer->hostIs(recordOf(1, 1));
+    EXPECT_THROW(mounted(readerEm, QuilMemtab::writer), Verro::InvalidInitializeException);
+    Corestore::EntityManager third(loop, scratch.path());
+    auto reader = mounted(third, QuilMemtab::reader);
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return reader->hostControl().mounted(); }));
+    EXPECT_EQ(test::generationOf(reader->host(keyOf(1))), 1u);
 }
 
 // Same sizes, other type: told apart by name.
 TEST_F(MountTest, ATableOfAnotherTypeIsNotMounted) {
-  auto labels = L2Rib::labelTableFactory("label");
-  writerEm.mount("l2rib/input/bgp", labels, QuilMemtab::MountInfo::writer("label", 64));
-  std::filesystem::create_directories(scratch.path() + "/l2rib/input/bgp/dest");
-  std::filesystem::rename(scratch.path() + "/l2rib/input/bgp/label/label",
-                          scratch.path() + "/l2rib/input/bgp/dest/dest");
-  auto dests = L2Rib::destTableFactory("dest");
-  readerEm.mount("l2rib/input/bgp", dests, QuilMemtab::MountInfo::reader("dest"));
-  EXPECT_FALSE(test::turnUntil(
-      loop, [&] { return dests->destControl().isReadable(); }, 0.6));
-  EXPECT_EQ(sizeof(L2Rib::Label), sizeof(L2Rib::Dest));
+    auto labels = L2Rib::labelTableFactory("label");
+    writerEm.mount("l2rib/input/bgp", labels, QuilMemtab::MountInfo::writer("label", 64));
+    std::filesystem::create_directories(scratch.path() + "/l2rib/input/bgp/dest");
+    std::filesystem::rename(scratch.path() + "/l2rib/input/bgp/label/label",
+                            scratch.path() + "/l2rib/input/bgp/dest/dest");
+    auto dests = L2Rib::destTableFactory("dest");
+    readerEm.mount("l2rib/input/bgp", dests, QuilMemtab::MountInfo::reader("dest"));
+    EXPECT_FALSE(test::turnUntil(
+        loop, [&] { return dests->destControl().isReadable(); }, 0.6));
+    EXPECT_EQ(sizeof(L2Rib::Label), sizeof(L2Rib::Dest));
 }
 
 TEST_F(MountTest, ReaderServesADeadWritersTableAndFollowsItsReturn) {
-  std::optional<test::Child> writer(std::in_place,
-                                    std::vector<std::string>{"l2rib-test-peer", "fill", scratch.path(), "100"});
-  ASSERT_EQ(writer->readLine(), "ready");
-  auto reader = mounted(readerEm, QuilMemtab::reader);
-  Recorder recorder;
-  recorder.notifierIs(reader);
-  ASSERT_TRUE(test::turnUntil(loop, [&] { return recorder.keys.size() == 100; }));
+    std::optional<test::Child> writer(std::in_place,
+                                      std::vector<std::string>{"l2rib-test-peer", "fill", scratch.path(), "100"});
+    ASSERT_EQ(writer->readLine(), "ready");
+    auto reader = mounted(readerEm, QuilMemtab::reader);
+    Recorder recorder;
+    recorder.notifierIs(reader);
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return recorder.keys.size() == 100; }));
 
-  writer->kill(SIGKILL);
-  writer->wait();
-  ASSERT_TRUE(
-      test::turnUntil(loop, [&] { return reader->hostControl().readerState() == Memtab::ReaderSm::State::stale; }));
-  EXPECT_EQ(test::generationOf(reader->host(keyOf(99))), 7u);
+    writer->kill(SIGKILL);
+    writer->wait();
+    ASSERT_TRUE(
+        test::turnUntil(loop, [&] { return reader->hostControl().readerState() == Memtab::ReaderSm::State::stale; }));
+    EXPECT_EQ(test::generationOf(reader->host(keyOf(99))), 7u);
 
-  // Who comes while there is no writer reads the files it left.
-  Corestore::EntityManager lateEm(loop, scratch.path());
-  auto late = mounted(lateEm, QuilMemtab::reader);
-  ASSERT_TRUE(test::turnUntil(loop, [&] { return late->hostControl().isReadable(); }));
-  EXPECT_EQ(std::distance(late->hosts().begin(), late->hosts().end()), 100);
+    // Who comes while there is no writer reads the files it left.
+    Corestore::EntityManager lateEm(loop, scratch.path());
+    auto late = mounted(lateEm, QuilMemtab::reader);
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return late->hostControl().isReadable(); }));
+    EXPECT_EQ(std::distance(late->hosts().begin(), late->hosts().end()), 100);
 
-  // The next incarnation has fewer hosts: those that vanished meanwhile are told, too.
-  recorder.keys.clear();
-  writer.emplace(std::vector<std::string>{"l2rib-test-peer", "fill", scratch.path(), "30"});
-  ASSERT_EQ(writer->readLine(), "ready");
-  ASSERT_TRUE(test::turnUntil(loop, [&] { return reader->hostControl().mounted() && recorder.keys.size() >= 100; }));
-  EXPECT_EQ(std::distance(reader->hosts().begin(), reader->hosts().end()), 30);
-  EXPECT_EQ(std::set(recorder.keys.begin(), recorder.keys.end()).size(), 100u);
-  ASSERT_TRUE(test::turnUntil(loop, [&] { return late->hostControl().mounted(); }));
+    // The next incarnation has fewer hosts: those that vanished meanwhile are told, too.
+    recorder.keys.clear();
+    writer.emplace(std::vector<std::string>{"l2rib-test-peer", "fill", scratch.path(), "30"});
+    ASSERT_EQ(writer->readLine(), "ready");
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return reader->hostControl().mounted() && recorder.keys.size() >= 100; }));
+    EXPECT_EQ(std::distance(reader->hosts().begin(), reader->hosts().end()), 30);
+    EXPECT_EQ(std::set(recorder.keys.begin(), recorder.keys.end()).size(), 100u);
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return late->hostControl().mounted(); }));
 }
 
 // The judgement of the engine: every kind of reader beside a writer at full speed, growing from its first size.
 TEST_F(MountTest, ReadersAtFullSpeedSeeNoTornNoMissingNoInventedRecord) {
-  const std::string seconds = Quil::cat(3 * test::scale()), root = scratch.path();
-  test::Child writer({"l2rib-test-peer", "write", root, seconds, "500", "20000"});
-  ASSERT_EQ(writer.readLine(), "ready");
-  test::Child lookup({"l2rib-test-peer", "lookup", root, seconds, "500", "20000"});
-  test::Child walk({"l2rib-test-peer", "walk", root, seconds, "500"});
-  test::Child follow({"l2rib-test-peer", "follow", root});
-  EXPECT_EQ(lookup.wait(), 0) << lookup.rest();
-  EXPECT_EQ(walk.wait(), 0) << walk.rest();
-  EXPECT_EQ(follow.readLine(), "ready");
-  EXPECT_EQ(follow.wait(), 0) << follow.rest();
-  const std::string wrote = writer.readLine();
-  EXPECT_EQ(writer.wait(), 0) << writer.rest();
-  std::cout << "  " << wrote << "\n  " << lookup.rest() << "  " << walk.rest();
-  const auto sorted = [](const std::string& text) {
-    std::set<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.insert(line);
-    return lines;
-  };
-  EXPECT_EQ(sorted(writer.rest()), sorted(follow.rest())) << "the follower ended with another table";
+    const std::string seconds = Quil::cat(3 * test::scale()), root = scratch.path();
+    test::Child writer({"l2rib-test-peer", "write", root, seconds, "500", "20000"});
+    ASSERT_EQ(writer.readLine(), "ready");
+    test::Child lookup({"l2rib-test-peer", "lookup", root, seconds, "500", "20000"});
+    test::Child walk({"l2rib-test-peer", "walk", root, seconds, "500"});
+    test::Child follow({"l2rib-test-peer", "follow", root});
+    EXPECT_EQ(lookup.wait(), 0) << lookup.rest();
+    EXPECT_EQ(walk.wait(), 0) << walk.rest();
+    EXPECT_EQ(follow.readLine(), "ready");
+    EXPECT_EQ(follow.wait(), 0) << follow.rest();
+    const std::string wrote = writer.readLine();
+    EXPECT_EQ(writer.wait(), 0) << writer.rest();
+    std::cout << "  " << wrote << "\n  " << lookup.rest() << "  " << walk.rest();
+    const auto sorted = [](const std::string& text) {
+        std::set<std::string> lines;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) lines.insert(line);
+        return lines;
+    };
+    EXPECT_EQ(sorted(writer.rest()), sorted(follow.rest())) << "the follower ended with another table";
 }
 
 }  // namespace

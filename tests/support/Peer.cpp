@@ -20,157 +20,157 @@
 namespace {
 
 struct Table {
-  Quil::EventLoop loop;
-  Corestore::EntityManager em;
-  Quil::Ptr<L2Rib::HostOutput> hosts = L2Rib::hostOutputFactory("host");
-  Table(const std::string& root, QuilMemtab::QuilMemtabType mode) : em(loop, root) {
-    em.mount("l2rib/output", hosts, L2Rib::TableInfo().hostOutputInfo(mode));
-    if (!test::turnUntil(loop, [&] { return hosts->hostControl().isReadable(); })) fail("cannot mount the table");
-  }
-  double now() { return loop.clock()->now(); }
-  [[noreturn]] static void fail(const std::string& what) {
-    std::cout << "FAILED: " << what << std::endl;
-    std::_Exit(1);
-  }
+    Quil::EventLoop loop;
+    Corestore::EntityManager em;
+    Quil::Ptr<L2Rib::HostOutput> hosts = L2Rib::hostOutputFactory("host");
+    Table(const std::string& root, QuilMemtab::QuilMemtabType mode) : em(loop, root) {
+        em.mount("l2rib/output", hosts, L2Rib::TableInfo().hostOutputInfo(mode));
+        if (!test::turnUntil(loop, [&] { return hosts->hostControl().isReadable(); })) fail("cannot mount the table");
+    }
+    double now() { return loop.clock()->now(); }
+    [[noreturn]] static void fail(const std::string& what) {
+        std::cout << "FAILED: " << what << std::endl;
+        std::_Exit(1);
+    }
 };
 
 int write(const std::string& root, double seconds, std::uint32_t stable, std::uint32_t volatiles) {
-  Table t(root, QuilMemtab::writer);
-  for (std::uint32_t n = 0; n < stable; ++n) t.hosts->hostIs(test::recordOf(n, 1));
-  std::cout << "ready" << std::endl;
-  std::mt19937 random(1);
-  std::uint64_t writes = 0;
-  std::uint32_t generation = 1;
-  for (const double end = t.now() + seconds; t.now() < end; t.loop.runOnce(0)) {
-    ++generation;
-    for (int i = 0; i < 200; ++i, ++writes) {
-      const std::uint32_t n = stable + random() % volatiles;
-      switch (random() % 4) {
-        case 0:
-          t.hosts->hostIs(test::recordOf(random() % stable, generation));
-          break;
-        case 1:
-          t.hosts->hostDel(test::keyOf(n));
-          break;
-        default:
-          t.hosts->hostIs(test::recordOf(n, generation));
-      }
+    Table t(root, QuilMemtab::writer);
+    for (std::uint32_t n = 0; n < stable; ++n) t.hosts->hostIs(test::recordOf(n, 1));
+    std::cout << "ready" << std::endl;
+    std::mt19937 random(1);
+    std::uint64_t writes = 0;
+    std::uint32_t generation = 1;
+    for (const double end = t.now() + seconds; t.now() < end; t.loop.runOnce(0)) {
+        ++generation;
+        for (int i = 0; i < 200; ++i, ++writes) {
+            const std::uint32_t n = stable + random() % volatiles;
+            switch (random() % 4) {
+                case 0:
+                    t.hosts->hostIs(test::recordOf(random() % stable, generation));
+                    break;
+                case 1:
+                    t.hosts->hostDel(test::keyOf(n));
+                    break;
+                default:
+                    t.hosts->hostIs(test::recordOf(n, generation));
+            }
+        }
     }
-  }
-  t.hosts->hostIs(test::recordOf(0, 0xffffffffu));
-  std::cout << "wrote " << writes << " capacity " << t.hosts->hostControl().localWriter()->capacity() << std::endl;
-  for (const double end = t.now() + 2; t.now() < end;) t.loop.runOnce(0.05);  // readers catch up
-  for (const auto& record : t.hosts->hosts())
-    std::cout << record.key().str() << " " << test::generationOf(record) << "\n";
-  return 0;
+    t.hosts->hostIs(test::recordOf(0, 0xffffffffu));
+    std::cout << "wrote " << writes << " capacity " << t.hosts->hostControl().localWriter()->capacity() << std::endl;
+    for (const double end = t.now() + 2; t.now() < end;) t.loop.runOnce(0.05);  // readers catch up
+    for (const auto& record : t.hosts->hosts())
+        std::cout << record.key().str() << " " << test::generationOf(record) << "\n";
+    return 0;
 }
 
 int fill(const std::string& root, std::uint32_t count) {
-  Table t(root, QuilMemtab::writer);
-  for (std::uint32_t n = 0; n < count; ++n) t.hosts->hostIs(test::recordOf(n, 7));
-  std::cout << "ready" << std::endl;
-  t.loop.run();
-  return 0;
+    Table t(root, QuilMemtab::writer);
+    for (std::uint32_t n = 0; n < count; ++n) t.hosts->hostIs(test::recordOf(n, 7));
+    std::cout << "ready" << std::endl;
+    t.loop.run();
+    return 0;
 }
 
 int lookup(const std::string& root, double seconds, std::uint32_t stable, std::uint32_t volatiles) {
-  Table t(root, QuilMemtab::reader);
-  std::mt19937 random(2);
-  std::map<std::uint32_t, std::uint32_t> lastGeneration;
-  std::uint64_t lookups = 0, found = 0;
-  for (const double end = t.now() + seconds; t.now() < end; t.loop.runOnce(0)) {
-    for (int i = 0; i < 500; ++i, ++lookups) {
-      const std::uint32_t n = random() % (stable + volatiles);
-      L2Rib::HostAndSource record;
-      const bool there = t.hosts->host(test::keyOf(n), record);
-      if (!there && n < stable) t.fail(Quil::cat("a stable record is missing: ", n));
-      if (!there) continue;
-      ++found;
-      if (!test::isWhole(record)) t.fail("a torn record: " + record.str());
-      if (!(record.key() == test::keyOf(n))) t.fail("another key's record: " + record.str());
-      std::uint32_t& last = lastGeneration[n];
-      if (test::generationOf(record) < last) t.fail("an older record after a newer one: " + record.str());
-      last = test::generationOf(record);
+    Table t(root, QuilMemtab::reader);
+    std::mt19937 random(2);
+    std::map<std::uint32_t, std::uint32_t> lastGeneration;
+    std::uint64_t lookups = 0, found = 0;
+    for (const double end = t.now() + seconds; t.now() < end; t.loop.runOnce(0)) {
+        for (int i = 0; i < 500; ++i, ++lookups) {
+            const std::uint32_t n = random() % (stable + volatiles);
+            L2Rib::HostAndSource record;
+            const bool there = t.hosts->host(test::keyOf(n), record);
+            if (!there && n < stable) t.fail(Quil::cat("a stable record is missing: ", n));
+            if (!there) continue;
+            ++found;
+            if (!test::isWhole(record)) t.fail("a torn record: " + record.str());
+            if (!(record.key() == test::keyOf(n))) t.fail("another key's record: " + record.str());
+            std::uint32_t& last = lastGeneration[n];
+            if (test::generationOf(record) < last) t.fail("an older record after a newer one: " + record.str());
+            last = test::generationOf(record);
+        }
     }
-  }
-  if (t.hosts->hostControl().corruptions()) t.fail("corruption reported");
-  const auto* reader = t.hosts->hostControl().reader();
-  std::cout << "lookups " << lookups << " found " << found << " lookasides " << reader->lookasides() << " restarts "
-            << reader->restarts() << std::endl;
-  return 0;
+    if (t.hosts->hostControl().corruptions()) t.fail("corruption reported");
+    const auto* reader = t.hosts->hostControl().reader();
+    std::cout << "lookups " << lookups << " found " << found << " lookasides " << reader->lookasides() << " restarts "
+              << reader->restarts() << std::endl;
+    return 0;
 }
 
 int walk(const std::string& root, double seconds, std::uint32_t stable) {
-  Table t(root, QuilMemtab::reader);
-  std::uint64_t walks = 0;
-  for (const double end = t.now() + seconds; t.now() < end; t.loop.runOnce(0), ++walks) {
-    std::vector<bool> seen(stable);
-    std::pair<std::uint32_t, Bridging::MacVlanPair> last;
-    bool first = true;
-    for (const auto& record : t.hosts->hosts()) {
-      if (!test::isWhole(record)) t.fail("a torn record: " + record.str());
-      const std::pair order(Verro::Util::reverse(record.key().hash()), record.key());
-      if (!first && !(last < order)) t.fail("out of order: " + record.str());
-      last = order;
-      first = false;
-      const std::uint32_t n = record.host().preference() ^ test::generationOf(record);
-      if (n < stable) seen[n] = true;
+    Table t(root, QuilMemtab::reader);
+    std::uint64_t walks = 0;
+    for (const double end = t.now() + seconds; t.now() < end; t.loop.runOnce(0), ++walks) {
+        std::vector<bool> seen(stable);
+        std::pair<std::uint32_t, Bridging::MacVlanPair> last;
+        bool first = true;
+        for (const auto& record : t.hosts->hosts()) {
+            if (!test::isWhole(record)) t.fail("a torn record: " + record.str());
+            const std::pair order(Verro::Util::reverse(record.key().hash()), record.key());
+            if (!first && !(last < order)) t.fail("out of order: " + record.str());
+            last = order;
+            first = false;
+            const std::uint32_t n = record.host().preference() ^ test::generationOf(record);
+            if (n < stable) seen[n] = true;
+        }
+        for (std::uint32_t n = 0; n < stable; ++n) {
+            if (!seen[n]) t.fail(Quil::cat("a stable record was passed over: ", n));
+        }
     }
-    for (std::uint32_t n = 0; n < stable; ++n) {
-      if (!seen[n]) t.fail(Quil::cat("a stable record was passed over: ", n));
-    }
-  }
-  if (t.hosts->hostControl().corruptions()) t.fail("corruption reported");
-  std::cout << "walks " << walks << std::endl;
-  return 0;
+    if (t.hosts->hostControl().corruptions()) t.fail("corruption reported");
+    std::cout << "walks " << walks << std::endl;
+    return 0;
 }
 
 struct Follower : L2Rib::HostOutput::NotifieeConst {
-  std::map<Bridging::MacVlanPair, std::uint32_t> known;
-  void onHost(const Bridging::MacVlanPair& key) override {
-    L2Rib::HostAndSource record;
-    if (notifier()->host(key, record)) {
-      if (!test::isWhole(record)) Table::fail("a torn record: " + record.str());
-      known[key] = test::generationOf(record);
-    } else {
-      known.erase(key);
+    std::map<Bridging::MacVlanPair, std::uint32_t> known;
+    void onHost(const Bridging::MacVlanPair& key) override {
+        L2Rib::HostAndSource record;
+        if (notifier()->host(key, record)) {
+            if (!test::isWhole(record)) Table::fail("a torn record: " + record.str());
+            known[key] = test::generationOf(record);
+        } else {
+            known.erase(key);
+        }
     }
-  }
 };
 
 int follow(const std::string& root) {
-  Table t(root, QuilMemtab::reader);
-  Follower follower;
-  follower.notifierIs(t.hosts);
-  std::cout << "ready" << std::endl;
-  const auto done = [&] { return follower.known[test::keyOf(0)] == 0xffffffffu; };
-  if (!test::turnUntil(t.loop, done, 120)) t.fail("the last change was never told");
-  for (const double end = t.now() + 0.5; t.now() < end;) t.loop.runOnce(0.05);
-  for (const auto& [key, generation] : follower.known) std::cout << key.str() << " " << generation << "\n";
-  return 0;
+    Table t(root, QuilMemtab::reader);
+    Follower follower;
+    follower.notifierIs(t.hosts);
+    std::cout << "ready" << std::endl;
+    const auto done = [&] { return follower.known[test::keyOf(0)] == 0xffffffffu; };
+    if (!test::turnUntil(t.loop, done, 120)) t.fail("the last change was never told");
+    for (const double end = t.now() + 0.5; t.now() < end;) t.loop.runOnce(0.05);
+    for (const auto& [key, generation] : follower.known) std::cout << key.str() << " " << generation << "\n";
+    return 0;
 }
 
 int dump(const std::string& root) {
-  Table t(root, QuilMemtab::reader);
-  for (const auto& record : t.hosts->hosts()) {
-    if (!test::isWhole(record)) t.fail("a torn record: " + record.str());
-    std::cout << record << "\n";
-  }
-  return 0;
+    Table t(root, QuilMemtab::reader);
+    for (const auto& record : t.hosts->hosts()) {
+        if (!test::isWhole(record)) t.fail("a torn record: " + record.str());
+        std::cout << record << "\n";
+    }
+    return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::vector<std::string> args(argv + 1, argv + argc);
-  const auto number = [&](std::size_t i) { return i < args.size() ? std::atof(args[i].c_str()) : 0.0; };
-  const auto count = [&](std::size_t i) { return static_cast<std::uint32_t>(number(i)); };
-  if (args.size() < 2) return 2;
-  if (args[0] == "write") return write(args[1], number(2), count(3), count(4));
-  if (args[0] == "fill") return fill(args[1], count(2));
-  if (args[0] == "lookup") return lookup(args[1], number(2), count(3), count(4));
-  if (args[0] == "walk") return walk(args[1], number(2), count(3));
-  if (args[0] == "follow") return follow(args[1]);
-  if (args[0] == "dump") return dump(args[1]);
-  return 2;
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    const auto number = [&](std::size_t i) { return i < args.size() ? std::atof(args[i].c_str()) : 0.0; };
+    const auto count = [&](std::size_t i) { return static_cast<std::uint32_t>(number(i)); };
+    if (args.size() < 2) return 2;
+    if (args[0] == "write") return write(args[1], number(2), count(3), count(4));
+    if (args[0] == "fill") return fill(args[1], count(2));
+    if (args[0] == "lookup") return lookup(args[1], number(2), count(3), count(4));
+    if (args[0] == "walk") return walk(args[1], number(2), count(3));
+    if (args[0] == "follow") return follow(args[1]);
+    if (args[0] == "dump") return dump(args[1]);
+    return 2;
 }

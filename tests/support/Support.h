@@ -15,12 +15,12 @@ namespace test {
 // A fresh directory in shared memory, removed with the object.
 class ScratchDir {
  public:
-  ScratchDir();
-  ~ScratchDir();
-  const std::string& path() const { return path_; }
+    ScratchDir();
+    ~ScratchDir();
+    const std::string& path() const { return path_; }
 
  private:
-  std::string path_;
+    std::string path_;
 };
 
 // The counts and seconds of heavy tests are multiplied by L2RIB_TEST_SCALE (default 1).
@@ -35,24 +35,24 @@ std::string seedNote(unsigned seed);
 // error are read together; the destructor kills it.
 class Child {
  public:
-  explicit Child(const std::vector<std::string>& command);
-  ~Child();
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-  int pid() const { return pid_; }
-  std::string readLine(double timeoutSeconds = 60);  // without its newline; "" at the end or after the time
-  std::string readUntil(const std::string& needle, double timeoutSeconds = 60);  // the line that contains it
-  void kill(int signal);
-  // Waits for its end and returns the exit status, or 128 + signal. The rest of its output goes to rest().
-  int wait();
-  const std::string& rest() const { return rest_; }
+    explicit Child(const std::vector<std::string>& command);
+    ~Child();
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    int pid() const { return pid_; }
+    std::string readLine(double timeoutSeconds = 60);  // without its newline; "" at the end or after the time
+    std::string readUntil(const std::string& needle, double timeoutSeconds = 60);  // the line that contains it
+    void kill(int signal);
+    // Waits for its end and returns the exit status, or 128 + signal. The rest of its output goes to rest().
+    int wait();
+    const std::string& rest() const { return rest_; }
 
  private:
-  int pid_ = -1;
-  int out_ = -1;
-  std::string pending_;
-  std::string rest_;
-  bool waited_ = false;
+    int pid_ = -1;
+    int out_ = -1;
+    std::string pending_;
+    std::string rest_;
+    bool waited_ = false;
 };
 // Runs to the end; returns the exit status and the output.
 std::pair<int, std::string> run(const std::vector<std::string>& command);

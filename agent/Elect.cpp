@@ -1,0 +1,87 @@
+#include "agent/Elect.h"
+
+#include <cmath>
+
+namespace Agent {
+namespace {
+
+template <class T>
+int higherFirst(T a, T b) {
+    return a > b ? -1 : a < b ? 1 : 0;
+}
+
+double moveTime(const L2Rib::Host& host) { return std::isnan(host.lastMoveTime()) ? 0.0 : host.lastMoveTime(); }
+
+}  // namespace
+
+const char* stepName(Step step) {
+    switch (step) {
+        case Step::none:
+            return "none";
+        case Step::onlyCandidate:
+            return "only-candidate";
+        case Step::preference:
+            return "preference";
+        case Step::staticFirst:
+            return "static-first";
+        case Step::seqNo:
+            return "seq-no";
+        case Step::lastMoveTime:
+            return "last-move-time";
+        case Step::sourceBit:
+            return "source-bit";
+    }
+    return "?";
+}
+
+std::uint32_t effectivePreference(L2Rib::Source source, const L2Rib::Host& host) {
+    if (host.preference() != 0) return host.preference();
+    switch (source) {
+        case L2Rib::sourceRouterMac:
+            return 250;
+        case L2Rib::sourceLocalStatic:
+            return 230;
+        case L2Rib::sourceVxlanStatic:
+            return 210;
+        case L2Rib::sourceDot1x:
+            return 200;
+        case L2Rib::sourceMss:
+            return 190;
+        default:
+            return 100;
+    }
+}
+
+bool isStatic(Bridging::EntryType entryType) {
+    return entryType == Bridging::entryTypeStatic || entryType == Bridging::entryTypeRouter ||
+           entryType == Bridging::entryTypeRemoteStatic;
+}
+
+std::pair<int, Step> compare(const Candidate& a, const Candidate& b) {
+    const bool aStatic = isStatic(a.host.entryType()), bStatic = isStatic(b.host.entryType());
+    if (const int order = higherFirst(effectivePreference(a.source, a.host), effectivePreference(b.source, b.host))) {
+        return {order, Step::preference};
+    }
+    if (const int order = higherFirst(aStatic, bStatic)) return {order, Step::staticFirst};
+    if (!aStatic) {
+        if (const int order = higherFirst(a.host.seqNo().value(), b.host.seqNo().value())) return {order, Step::seqNo};
+    }
+    if (const int order = higherFirst(moveTime(a.host), moveTime(b.host))) return {order, Step::lastMoveTime};
+    const int order = -higherFirst<std::uint32_t>(a.source, b.source);
+    return {order, order ? Step::sourceBit : Step::none};
+}
+
+Result elect(std::span<const Candidate> candidates) {
+    if (candidates.empty()) return {};
+    const Candidate *winner = &candidates[0], *runnerUp = nullptr;
+    for (const Candidate& candidate : candidates.subspan(1)) {
+        if (compare(candidate, *winner).first < 0) {
+            runnerUp = std::exchange(winner, &candidate);
+        } else if (!runnerUp || compare(candidate, *runnerUp).first < 0) {
+            runnerUp = &candidate;
+        }
+    }
+    return {winner, runnerUp ? compare(*winner, *runnerUp).second : Step::onlyCandidate};
+}
+
+}  // namespace Agent

@@ -1,0 +1,28 @@
+// HostText.h: an output host as text and as JSON.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "common/Names.h"
+
+namespace Apps {
+
+using Json = nlohmann::ordered_json;
+
+struct HostView {
+    std::uint32_t vlan;
+    Quil::String mac;
+    Quil::String source;
+    Quil::String via;          // "p1", "vtep 10.0.0.2", "cpu", "(Dest 7)"
+    std::uint32_t preference;  // that counts: the source's default when the host has none
+    std::uint32_t seqNo;
+    Quil::String entryType;
+};
+HostView viewOf(const L2Rib::HostAndSource& record, const InterfaceNames& names);
+
+// "vlan", "mac", then what detailsOf() gives.
+Json keyOf(const L2Rib::HostAndSource& record);
+// "source", "via", "preference", "seqNo", "entryType".
+Json detailsOf(const L2Rib::HostAndSource& record, const InterfaceNames& names);
+
+}  // namespace Apps

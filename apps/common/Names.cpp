@@ -1,0 +1,78 @@
+#include "common/Names.h"
+
+#include <net/if.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <fstream>
+
+#include "Mem/Files.h"
+
+namespace Apps {
+
+Quil::String hyphenated(const Quil::String& enumerator, std::string_view prefix) {
+    if (!enumerator.starts_with(prefix)) return enumerator;
+    Quil::String out;
+    for (const char c : enumerator.substr(prefix.size())) {
+        if (std::isupper(static_cast<unsigned char>(c)) && !out.empty()) out += '-';
+        out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    return out;
+}
+
+Quil::String sourceName(L2Rib::Source source) { return hyphenated(stringValue(source), "source"); }
+Quil::String entryTypeName(Bridging::EntryType entryType) { return hyphenated(stringValue(entryType), "entryType"); }
+
+L2Rib::Source sourceOfName(const Quil::String& name) {
+    for (const auto& row : fwkEnum(L2Rib::Source()).rows) {
+        if (hyphenated(row.name, "source") == name) return row.value;
+    }
+    throw Quil::RangeException("no source of this name");
+}
+
+namespace {
+Quil::String fileUnder(const Quil::String& root) {
+    const char* chroot = std::getenv("Q7_CHROOT");
+    return Quil::cat(chroot ? chroot : "", root, "/interfaces");
+}
+}  // namespace
+
+void InterfaceNames::nameIs(std::uint32_t index, const Quil::String& name) {
+    if (name.empty()) {
+        changed_ = names_.erase(index) > 0 || changed_;
+    } else if (Quil::String& known = names_[index]; known != name) {
+        known = name;
+        changed_ = true;
+    }
+}
+
+void InterfaceNames::writeTo(const Quil::String& root) {
+    if (!changed_) return;
+    Quil::String text;
+    for (const auto& [index, name] : names_) text += Quil::cat(index, " ", name, "\n");
+    const Quil::String path = fileUnder(root), fresh = path + ".new";
+    Mem::Files::makeDirectories(path.substr(0, path.rfind('/')));
+    {
+        const auto file = Mem::Files::create(fresh);
+        Mem::Files::write(file.get(), fresh, text.data(), text.size());
+    }
+    Mem::Files::rename(fresh, path);
+    changed_ = false;
+}
+
+InterfaceNames InterfaceNames::readFrom(const Quil::String& root) {
+    InterfaceNames read;
+    std::ifstream file(fileUnder(root));
+    std::uint32_t index;
+    for (Quil::String name; file >> index >> name;) read.names_[index] = name;
+    return read;
+}
+
+std::optional<Quil::String> InterfaceNames::name(std::uint32_t index) const {
+    if (const auto found = names_.find(index); found != names_.end()) return found->second;
+    char name[IF_NAMESIZE];
+    if (if_indextoname(index, name)) return Quil::String(name);
+    return std::nullopt;
+}
+
+}  // namespace Apps

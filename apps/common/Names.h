@@ -1,0 +1,32 @@
+// Names.h: how things are called on screen, in JSON and on the command line.
+#pragma once
+
+#include <map>
+#include <optional>
+
+#include "L2Rib/HostAndSource.h"
+
+namespace Apps {
+
+// An enumerator without its prefix, in lower case with hyphens: sourceBgpEvpnMpls is "bgp-evpn-mpls".
+Quil::String hyphenated(const Quil::String& enumerator, std::string_view prefix);
+Quil::String sourceName(L2Rib::Source source);
+L2Rib::Source sourceOfName(const Quil::String& name);  // raises the range exception
+Quil::String entryTypeName(Bridging::EntryType entryType);
+
+// Names of interfaces by index, as the producer of a table knows them: kept in the file "interfaces" under the root, so
+// that a tool prints the right ones whatever network namespace it runs in.
+class InterfaceNames {
+ public:
+    void nameIs(std::uint32_t index, const Quil::String& name);  // empty: forget it
+    void writeTo(const Quil::String& root);                      // when something changed; raises SystemException
+    static InterfaceNames readFrom(const Quil::String& root);
+    // The producer's name, else this system's, else none.
+    std::optional<Quil::String> name(std::uint32_t index) const;
+
+ private:
+    std::map<std::uint32_t, Quil::String> names_;
+    bool changed_ = true;
+};
+
+}  // namespace Apps

@@ -1,0 +1,215 @@
+#include "fdb/FdbModel.h"
+
+#include <linux/neighbour.h>
+
+#include "L2Rib/Constants.h"
+
+namespace Fdb {
+
+using Bridging::MacVlanPair;
+using L2Rib::CiDest;
+
+// linux/neighbour.h of Debian 12 knows these from Linux 6.0 on.
+constexpr std::uint32_t extLocked = 1u << 1;  // NTF_EXT_LOCKED
+constexpr std::uint16_t dynamicStates = NUD_REACHABLE | NUD_STALE;
+
+bool Entry::isSelf() const { return (flags & NTF_SELF) != 0; }
+
+bool Model::Place::operator<(const Place& other) const {
+    return std::tie(isSelf, home, vlanOrVni, floodDst) <
+           std::tie(other.isSelf, other.home, other.vlanOrVni, other.floodDst);
+}
+
+Model::Place Model::placeOf(const Entry& entry) {
+    if (!entry.isSelf()) return {false, entry.bridge, entry.vlan, {}};
+    return {true, entry.device, entry.srcVni, entry.mac.isZero() ? entry.dst : std::nullopt};
+}
+
+const Link& Model::link(std::uint32_t index) const {
+    static const Link unknown;
+    const auto found = links_.find(index);
+    return found == links_.end() ? unknown : found->second;
+}
+
+void Model::linkIs(std::uint32_t index, const Link& link) {
+    const Link before = this->link(index);
+    links_[index] = link;
+    if (before.isVxlan != link.isVxlan || before.master != link.master || !(before.address == link.address) ||
+        before.name != link.name) {
+        evaluateAll();
+    }
+}
+
+void Model::linkDel(std::uint32_t index) {
+    links_.erase(index);
+    for (auto& [mac, all] : macs_) {
+        std::erase_if(all.entries, [&](const auto& item) {
+            return item.second.entry.device == index || item.second.entry.bridge == index;
+        });
+    }
+    evaluateAll();
+}
+
+void Model::entryIs(const Entry& entry) {
+    if (entry.mac.isMulticast()) return;
+    macs_[entry.mac].entries[placeOf(entry)] = {entry, dump_};
+    evaluate(entry.mac);
+}
+
+void Model::entryDel(const Entry& entry) {
+    const auto mac = macs_.find(entry.mac);
+    if (mac == macs_.end()) return;
+    const auto known = mac->second.entries.find(placeOf(entry));
+    // The deletion of an entry that has moved to another port since is old news.
+    if (known == mac->second.entries.end() || known->second.entry.device != entry.device) return;
+    mac->second.entries.erase(known);
+    evaluate(entry.mac);
+}
+
+void Model::dumpEnds() {
+    for (auto& [mac, all] : macs_) {
+        std::erase_if(all.entries, [&](const auto& item) { return item.second.dump != dump_; });
+    }
+    evaluateAll();
+}
+
+std::uint16_t Model::vlanOf(std::uint32_t bridge, std::uint16_t given) const {
+    if (given != 0) return given;
+    const auto configured = settings_.vlanOfBridge.find(link(bridge).name);
+    return configured == settings_.vlanOfBridge.end() ? std::uint16_t(1) : configured->second;
+}
+
+bool Model::isOwnAddress(const Entry& entry) const {
+    const Link& device = link(entry.device);
+    return (!device.address.isZero() && device.address == entry.mac) || settings_.ownAddresses.contains(entry.mac);
+}
+
+void Model::addHost(Found& found, L2Rib::Source source, Bridging::EntryType type, const Entry& entry,
+                    std::uint16_t vlan, const CiDest& dest) const {
+    if (vlan < Bridging::VlanId::min || vlan > Bridging::VlanId::max) return;
+    L2Rib::Host host(MacVlanPair(entry.mac, Bridging::VlanId(vlan)));
+    host.entryTypeIs(type);
+    host.ciDestIs(dest);
+    const bool isStatic = type != Bridging::entryTypeDynamic && type != Bridging::entryTypeRemote;
+    if (isStatic) host.seqNoIs(Keel::Seqno32(L2Rib::Constants::seqNoForStaticMacs));
+    // Two bridges may have the same MAC in the same VLAN; the one told first in the order of places stands.
+    found.hosts.emplace(HostId(source, host.key()), host);
+}
+
+namespace {
+
+CiDest interfaceDest(std::uint32_t index) {
+    CiDest dest(L2Rib::destTypeIntf);
+    dest.intfIs(Lanx::IntfId(Lanx::IntfId::ethernet, index));
+    return dest;
+}
+
+CiDest vtepDest(const Lanx::IpGenAddr& address) {
+    CiDest dest(L2Rib::destTypeVxlan);
+    dest.vtepAddrIs(L2Rib::CiVtepIndex(0), address);
+    return dest;
+}
+
+}  // namespace
+
+void Model::addBridgeEntry(const Entry& entry, Found& found) const {
+    const std::uint16_t vlan = vlanOf(entry.bridge, entry.vlan);
+    if (entry.state & NUD_PERMANENT) {
+        const bool own = isOwnAddress(entry);
+        addHost(found, own ? L2Rib::sourceRouterMac : L2Rib::sourceLocalStatic,
+                own ? Bridging::entryTypeRouter : Bridging::entryTypeStatic, entry, vlan, CiDest(L2Rib::destTypeCpu));
+    } else if (link(entry.device).isVxlan) {
+        // The bridge's half of a remote MAC: the VXLAN half is the host.
+    } else if (entry.state & NUD_NOARP) {
+        addHost(found, L2Rib::sourceLocalStatic, Bridging::entryTypeStatic, entry, vlan, interfaceDest(entry.device));
+    } else if (entry.state & dynamicStates) {
+        addHost(found, L2Rib::sourceLocalDynamic, Bridging::entryTypeDynamic, entry, vlan, interfaceDest(entry.device));
+    }
+}
+
+// The VLANs in which the VXLAN entry stands; none when its host has moved to another port of the bridge.
+std::vector<std::uint16_t> Model::vlansOfRemote(const Entry& entry, const PerMac& all) const {
+    const std::uint32_t bridge = link(entry.device).master;
+    const std::uint16_t vlan = vlanOf(bridge, entry.vlan);
+    std::vector<std::uint16_t> here;
+    bool elsewhere = false;
+    for (const auto& [place, known] : all.entries) {
+        if (place.isSelf || place.home != bridge || bridge == 0) continue;
+        const std::uint16_t halfVlan = vlanOf(bridge, known.entry.vlan);
+        if (entry.vlan != 0 && halfVlan != vlan) continue;
+        if (known.entry.device == entry.device) {
+            here.push_back(halfVlan);  // without a VLAN of its own, the entry has that of its bridge half
+        } else if (halfVlan == vlan) {
+            elsewhere = true;
+        }
+    }
+    if (here.empty() && !elsewhere) here.push_back(vlan);
+    return here;
+}
+
+void Model::addVxlanEntry(const Entry& entry, const PerMac& all, Found& found) const {
+    if (!link(entry.device).isVxlan) return;
+    if (entry.mac.isZero()) {
+        ++found.share.floodEntries;
+        return;
+    }
+    if (entry.nextHopGroup != 0) {
+        ++found.share.nextHopGroupEntries;
+        return;
+    }
+    if (!entry.dst) return;
+    L2Rib::Source source;
+    Bridging::EntryType type;
+    if (entry.flags & NTF_EXT_LEARNED) {
+        source = L2Rib::sourceBgp, type = Bridging::entryTypeRemote;
+    } else if ((entry.flags & NTF_STICKY) && (entry.state & NUD_NOARP)) {
+        source = L2Rib::sourceBgp, type = Bridging::entryTypeRemoteStatic;
+    } else if (entry.state & (NUD_PERMANENT | NUD_NOARP)) {
+        source = L2Rib::sourceVxlanStatic, type = Bridging::entryTypeRemoteStatic;
+    } else if (entry.state & dynamicStates) {
+        source = L2Rib::sourceLocalDynamic, type = Bridging::entryTypeRemote;
+    } else {
+        return;
+    }
+    const auto vlans = vlansOfRemote(entry, all);
+    if (vlans.empty()) ++found.share.staleRemotes;
+    for (const std::uint16_t vlan : vlans) addHost(found, source, type, entry, vlan, vtepDest(*entry.dst));
+}
+
+void Model::evaluate(const Lanx::EthAddr& mac) {
+    PerMac& all = macs_[mac];
+    Found found;
+    for (const auto& [place, known] : all.entries) {
+        if (known.entry.flagsExt & extLocked) continue;
+        place.isSelf ? addVxlanEntry(known.entry, all, found) : addBridgeEntry(known.entry, found);
+    }
+    statistics_.floodEntries += found.share.floodEntries - all.share.floodEntries;
+    statistics_.nextHopGroupEntries += found.share.nextHopGroupEntries - all.share.nextHopGroupEntries;
+    statistics_.staleRemotes += found.share.staleRemotes - all.share.staleRemotes;
+    all.share = found.share;
+
+    std::map<HostId, L2Rib::Host> before;
+    std::swap(before, all.published);
+    for (auto& [id, host] : found.hosts) {
+        const auto old = before.find(id);
+        const bool known = old != before.end();
+        const bool sameDest = known && Quil::valueToStrep(old->second.ciDest()) == Quil::valueToStrep(host.ciDest());
+        // When the host was first seen there.
+        host.lastMoveTimeIs(sameDest ? old->second.lastMoveTime() : clock_->now());
+        const bool sameHost = sameDest && old->second.entryType() == host.entryType();
+        all.published.emplace(id, host);
+        if (!sameHost) sink_.hostIs(id.first, host);
+        if (known) before.erase(old);
+    }
+    // What is new stands before what is old goes: a host that changes its source is never without one.
+    for (const auto& [id, host] : before) sink_.hostDel(id.first, id.second);
+    if (all.entries.empty()) macs_.erase(mac);
+}
+
+void Model::evaluateAll() {
+    std::vector<Lanx::EthAddr> all;
+    for (const auto& [mac, entries] : macs_) all.push_back(mac);
+    for (const Lanx::EthAddr& mac : all) evaluate(mac);
+}
+
+}  // namespace Fdb

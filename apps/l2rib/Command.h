@@ -1,0 +1,37 @@
+// Command.h: what the commands of l2rib share: options, the mounted table, errors, exit statuses.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Corestore/EntityManager.h"
+#include "L2Rib/HostOutput.h"
+#include "L2Rib/TableInfo.h"
+
+namespace Tool {
+
+constexpr int exitFound = 0;
+constexpr int exitNoMatch = 1;
+constexpr int exitError = 2;  // usage, input, output
+
+struct Options {
+    std::string root = "/dev/shm/l2rib";
+    bool json = false;
+    bool current = false;            // monitor: begin with what is there
+    std::vector<std::string> words;  // after object and verb: selectors and their values
+};
+
+// The output host table, mounted for reading.
+struct HostTable {
+    Quil::EventLoop loop;
+    Corestore::EntityManager em;
+    Quil::Ptr<L2Rib::HostOutput> hosts = L2Rib::hostOutputFactory("host");
+
+    explicit HostTable(const std::string& root) : em(loop, root, "l2rib") {}
+    void mount() { em.mount("l2rib/output", hosts, L2Rib::TableInfo().hostOutputInfo(QuilMemtab::reader)); }
+};
+
+int hostShow(const Options& options);
+int hostMonitor(const Options& options);
+
+}  // namespace Tool

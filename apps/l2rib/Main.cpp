@@ -1,0 +1,55 @@
+// l2rib: the command line. Reads the tables in place; works while the agent writes and, for what can be shown, when it
+// is dead.
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "l2rib/Command.h"
+
+namespace {
+
+struct Command {
+    const char* object;
+    const char* verb;
+    int (*run)(const Tool::Options&);
+};
+constexpr Command commands[] = {{"host", "show", &Tool::hostShow}, {"host", "monitor", &Tool::hostMonitor}};
+
+const char* const usage =
+    "l2rib [options] OBJECT VERB [SELECTOR VALUE]...\n"
+    "  host show     [vlan N] [mac M] [source S]   the hosts of the output table\n"
+    "  host monitor  [vlan N] [mac M] [source S]   every change, as it happens; --current begins with what is there\n"
+    "Exit status: 0 found, 1 no match, 2 usage or input/output";
+
+int fail(const std::string& what) {
+    std::cerr << "l2rib: " << what << std::endl;
+    return Tool::exitError;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Tool::Options options;
+    std::vector<std::string> words;
+    CLI::App app{usage};
+    app.add_option("--root", options.root, "directory of the shared-memory tables")->capture_default_str();
+    app.add_flag("-j,--json", options.json, "print JSON");
+    app.add_flag("--current", options.current, "monitor: begin with the hosts there are");
+    app.add_option("words", words, "OBJECT VERB [SELECTOR VALUE]...");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return error.get_exit_code() == 0 ? app.exit(error) : fail(error.what());
+    }
+    if (words.size() < 2) return fail("OBJECT and VERB are needed; see l2rib --help");
+    const std::string name = words[0] + " " + words[1];
+    options.words.assign(words.begin() + 2, words.end());
+    for (const Command& command : commands) {
+        if (words[0] != command.object || words[1] != command.verb) continue;
+        try {
+            return command.run(options);
+        } catch (const std::exception& error) {
+            return fail(name + ": " + error.what());
+        }
+    }
+    return fail(name + ": no such command; see l2rib --help");
+}

@@ -1,0 +1,128 @@
+#!/usr/bin/env bash
+# The main job on real input: a Linux bridge with a VXLAN device and three hosts, in network namespaces of its own; the
+# agent publishes what the kernel learns, and l2rib, another process, shows and follows it.
+# Where namespaces are not allowed, the same road runs on a recorded forwarding table.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+echo "== set-up and build (preset release)"
+scripts/setup.sh
+cmake --preset release >/dev/null
+cmake --build --preset release --target l2ribd l2rib-tool
+bin=$PWD/build/release/bin
+
+root=$(mktemp -d /dev/shm/l2rib-demo.XXXXXX)
+name=l2rib-demo-$$
+started=()
+namespaces=()
+cleanup() {
+    for pid in "${started[@]}"; do kill "$pid" 2>/dev/null || true; done
+    wait 2>/dev/null || true
+    for ns in "${namespaces[@]}"; do ip netns del "$ns" 2>/dev/null || true; done
+    rm -rf "$root"
+}
+trap cleanup EXIT
+
+say() { printf '\n== %s\n' "$*"; }
+shown() { echo "\$ $*"; "$@" || true; }
+l2rib() { "$bin/l2rib" --root "$root" "$@"; }
+# Waits until the command succeeds.
+eventually() {
+    for _ in $(seq 100); do
+        if "$@" >/dev/null 2>&1; then return 0; fi
+        sleep 0.05
+    done
+    echo "demo: this did not happen in 5 seconds: $*" >&2
+    return 1
+}
+monitored() { grep -q "$1" "$root/monitor.log"; }
+
+# The agent as a direct child of this script: its process id is what is killed. "ip netns exec" becomes the program.
+start_agent() {
+    ip netns exec "$name-sw" "$bin/l2ribd" --root "$root" --fdb kernel --vlan br0=10 2>>"$root/agent.log" &
+    agent=$!
+    started+=("$agent")
+}
+
+start_monitor() {
+    "$bin/l2rib" --root "$root" host monitor --current >"$root/monitor.log" &
+    started+=($!)
+    eventually monitored sync-done
+}
+
+if ! ip netns add "$name-sw" 2>/dev/null; then
+    say "network namespaces are not allowed here: running on the recorded table examples/fdb/bridge-fdb.json"
+    "$bin/l2ribd" --root "$root" --fdb examples/fdb/bridge-fdb.json --vlan br0=10 &
+    started+=($!)
+    eventually l2rib host show
+    shown l2rib host show
+    shown l2rib host show source bgp
+    start_monitor
+    say "what the monitor printed"
+    cat "$root/monitor.log"
+    exit 0
+fi
+
+namespaces+=("$name-sw")
+sw() { ip netns exec "$name-sw" "$@"; }
+host() { local n=$1; shift; ip netns exec "$name-h$n" "$@"; }
+no_ipv6='echo 1 > /proc/sys/net/ipv6/conf/all/disable_ipv6; echo 1 > /proc/sys/net/ipv6/conf/default/disable_ipv6'
+
+say "a switch: bridge br0, VXLAN device vx100 (VNI 100), ports p1 to p3 with a host behind each"
+sw sh -c "$no_ipv6" 2>/dev/null || true
+sw ip link set lo up
+sw ip link add br0 type bridge
+sw ip link set br0 up
+sw ip link add vx100 type vxlan id 100 local 10.0.0.1 dstport 4789 nolearning
+sw ip link set vx100 master br0 up
+for n in 1 2 3; do
+    ip netns add "$name-h$n"
+    namespaces+=("$name-h$n")
+    host $n sh -c "$no_ipv6" 2>/dev/null || true
+    sw ip link add "p$n" type veth peer name eth0 netns "$name-h$n"
+    host $n ip link set eth0 address "02:aa:aa:aa:aa:0$n" up
+    host $n ip addr add "192.0.2.$n/24" dev eth0
+    sw ip link set "p$n" master br0 up
+done
+eventually host 1 ping -c1 -W1 192.0.2.2
+eventually host 3 ping -c1 -W1 192.0.2.1
+echo "the hosts have talked"
+
+say "the agent merges what the kernel knows; VLAN 10 stands for br0"
+start_agent
+eventually l2rib host show mac 02:aa:aa:aa:aa:01
+start_monitor
+shown l2rib host show
+
+say "two remote MACs behind VTEPs, as a BGP daemon would install them"
+sw bridge fdb add 02:bb:bb:bb:bb:01 dev vx100 dst 10.0.0.2 self master extern_learn
+sw bridge fdb add 02:bb:bb:bb:bb:02 dev vx100 dst 10.0.0.3 self master extern_learn
+eventually l2rib host show mac 02:bb:bb:bb:bb:02
+shown l2rib host show source bgp
+
+say "host 02:aa:aa:aa:aa:01 moves from p1 to p3"
+host 3 ip link set eth0 address 02:aa:aa:aa:aa:01
+host 3 ping -c1 -W1 192.0.2.2 >/dev/null || true
+eventually monitored 'update 10 02:aa:aa:aa:aa:01 local-dynamic p3'
+shown l2rib host show mac 02:aa:aa:aa:aa:01
+
+say "host 02:aa:aa:aa:aa:02 is removed"
+sw bridge fdb del 02:aa:aa:aa:aa:02 dev p2 master
+eventually monitored 'delete 10 02:aa:aa:aa:aa:02'
+shown l2rib host show mac 02:aa:aa:aa:aa:02
+
+say "the agent is killed: what it published is still there to be read"
+kill -9 $agent
+wait $agent 2>/dev/null || true
+shown l2rib host show source bgp
+
+say "it comes back, and one more remote MAC appears"
+start_agent
+sw bridge fdb add 02:bb:bb:bb:bb:03 dev vx100 dst 10.0.0.2 self master extern_learn
+eventually monitored 'add 10 02:bb:bb:bb:bb:03'
+shown l2rib -j host show mac 02:bb:bb:bb:bb:03
+
+say "what the monitor, running all the while in a process of its own, printed"
+cat "$root/monitor.log"
+say "what the agent printed"
+cat "$root/agent.log"
