@@ -38,6 +38,7 @@ class L2RIB_EXPORT CiDest : public Quil::Value<CiDest> {
         return Quil::fieldList("L2Rib::CiDest", Quil::field("destType", &CiDest::destType_),
                                Quil::field("intf", &CiDest::intf_), Quil::field("vtepAddr", &CiDest::vtepAddr_));
     }
+    Quil::String str() const { return Quil::valueToStrep(*this); }
     [[noreturn]] void fwkParseStrep(Quil::StrepCursor& cursor);
 
  private:

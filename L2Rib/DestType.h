@@ -20,6 +20,7 @@ constexpr auto fwkEnum(DestType) {
                                                          {destTypeCpu, "destTypeCpu"}});
 }
 inline Quil::String stringValue(DestType x) { return Quil::enumText(x); }
+inline std::ostream& operator<<(std::ostream& out, DestType x) { return out << stringValue(x); }
 // The enumerator of this number or name; the range exception when there is none.
 inline DestType DestTypeInstance(std::uint32_t x) { return Quil::enumInstance<DestType>(x); }
 inline DestType DestTypeInstance(const Quil::String& x) { return Quil::enumInstance<DestType>(x); }

@@ -16,6 +16,7 @@ constexpr auto fwkEnum(FloodSetType) {
                                                                  {floodSetTypeAny, "floodSetTypeAny"}});
 }
 inline Quil::String stringValue(FloodSetType x) { return Quil::enumText(x); }
+inline std::ostream& operator<<(std::ostream& out, FloodSetType x) { return out << stringValue(x); }
 // The enumerator of this number or name; the range exception when there is none.
 inline FloodSetType FloodSetTypeInstance(std::uint32_t x) { return Quil::enumInstance<FloodSetType>(x); }
 inline FloodSetType FloodSetTypeInstance(const Quil::String& x) { return Quil::enumInstance<FloodSetType>(x); }

@@ -55,13 +55,22 @@ ObjTupleAndSource ObjTupleManager::outputToInput(const ObjTuple& ot) const {
     return lookup(outputToInput_, ot, ObjTupleAndSource());
 }
 
+// Stores the value; whether that is a change.
+template <class Map, class Key, class Value>
+bool ObjTupleManager::changes(Map& map, const Key& key, const Value& value) {
+    const auto [at, fresh] = map.try_emplace(key, value);
+    if (!fresh && at->second == value) return false;
+    at->second = value;
+    return true;
+}
+
 void ObjTupleManager::inputToOutputIs(const ObjTupleAndSource& otas, const ObjTuple& ot) {
-    inputToOutput_[otas] = ot;
+    if (!changes(inputToOutput_, otas, ot)) return;
     notifiees_.forEach([&](NotifieeConst& n) { n.onInputToOutput(otas); });
 }
 
 void ObjTupleManager::outputToInputIs(const ObjTuple& ot, const ObjTupleAndSource& otas) {
-    outputToInput_[ot] = otas;
+    if (!changes(outputToInput_, ot, otas)) return;
     notifiees_.forEach([&](NotifieeConst& n) { n.onOutputToInput(ot); });
 }
 
@@ -112,7 +121,10 @@ void ObjTupleManager::fwkDeclare(Quil::TypeBuilder<ObjTupleManager>& type) {
         .attribute("first", &ObjTupleManager::first)
         .attribute("last", &ObjTupleManager::last)
         .attribute("current", &ObjTupleManager::current, &ObjTupleManager::currentIs)
-        .attribute("initialized", &ObjTupleManager::initialized);
+        .attribute("initialized", &ObjTupleManager::initialized)
+        .attribute("inputToOutput", [](const ObjTupleManager& manager) { return Quil::mapText(manager.inputToOutput_); })
+        .attribute("outputToInput", [](const ObjTupleManager& manager) { return Quil::mapText(manager.outputToInput_); })
+        .attribute("name", [](const ObjTupleManager& manager) { return manager.name(); });
 }
 
 Quil::Ptr<ObjTupleManager> objTupleManagerFactory(TableType tableType, std::uint64_t first, std::uint64_t last) {

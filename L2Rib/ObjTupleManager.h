@@ -52,12 +52,16 @@ class L2RIB_EXPORT ObjTupleManager : public Quil::Entity {
     // first.
     void restoreMapping(const ObjTupleAndSource& otas, const ObjTuple& ot);
 
+    // Begins the range. The constructor has done it: once more stops the process.
+    void handleInitialized();
+
     const Quil::Type& fwkType() const override;
     static void fwkDeclare(Quil::TypeBuilder<ObjTupleManager>& type);
     Quil::NotifieeList<NotifieeConst>& fwkNotifiees() const { return notifiees_; }
 
  private:
-    void handleInitialized();
+    template <class Map, class Key, class Value>
+    static bool changes(Map& map, const Key& key, const Value& value);
     void inputToOutputIs(const ObjTupleAndSource& otas, const ObjTuple& ot);
     void outputToInputIs(const ObjTuple& ot, const ObjTupleAndSource& otas);
 

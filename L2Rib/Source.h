@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Quil/Enum.h"
+#include "Quil/Value.h"
 
 namespace L2Rib {
 
@@ -43,15 +44,16 @@ constexpr auto fwkEnum(Source) {
                                                      {sourceAll, "sourceAll"}});
 }
 inline Quil::String stringValue(Source x) { return Quil::enumText(x); }
+inline std::ostream& operator<<(std::ostream& out, Source x) { return out << stringValue(x); }
 // The enumerator of this number or name; the range exception when there is none.
 inline Source SourceInstance(std::uint32_t x) { return Quil::enumInstance<Source>(x); }
 inline Source SourceInstance(const Quil::String& x) { return Quil::enumInstance<Source>(x); }
 
 // Turns a bare number into the enumeration, unchanged: a mask or a bit of a later release stays what it is.
-struct SourceDecoder {
+struct SourceDecoder : Quil::Value<SourceDecoder> {
     static constexpr Source sourceFromEnum(std::uint32_t x) { return static_cast<Source>(x); }
     Quil::String str() const { return {}; }
-    friend constexpr bool operator==(SourceDecoder, SourceDecoder) { return true; }
+    static constexpr auto fwkFields() { return Quil::fieldList("L2Rib::SourceDecoder"); }
 };
 
 }  // namespace L2Rib

@@ -4,7 +4,7 @@
 //
 // Notification  In the process that writes, the table calls its notifiees itself, synchronously, after each change. In
 //               a process that reads, the map does so for every key that changed, from the event loop. A callback may
-//               attach, detach and change, but not drop the last reference to the table.
+//               attach, detach, change, and drop the last reference to the table.
 // Threads       Event-loop thread.
 #pragma once
 
@@ -143,10 +143,10 @@ class Table : public Quil::Entity {
     void notifyMountStatus() {}
 
  private:
-    Quil::String contents() const {  // "{key: value, ...}" for reflection
+    Quil::RawText contents() const {  // "{key: value, ...}" for reflection
         Quil::String out = "{";
         for (const Record& r : records()) out += Quil::cat(out.size() > 1 ? ", " : "", r.key(), ": ", Quil::textOf(r));
-        return out + "}";
+        return {out + "}"};
     }
 
     Quil::Counter isCounter_;

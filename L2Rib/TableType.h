@@ -18,6 +18,7 @@ constexpr auto fwkEnum(TableType) {
                                                            {tableTypeDest, "tableTypeDest"}});
 }
 inline Quil::String stringValue(TableType x) { return Quil::enumText(x); }
+inline std::ostream& operator<<(std::ostream& out, TableType x) { return out << stringValue(x); }
 // The enumerator of this number or name; the range exception when there is none.
 inline TableType TableTypeInstance(std::uint32_t x) { return Quil::enumInstance<TableType>(x); }
 inline TableType TableTypeInstance(const Quil::String& x) { return Quil::enumInstance<TableType>(x); }

@@ -5,6 +5,18 @@
 namespace L2Rib {
 namespace {
 
+// The fields follow one another without a gap: with the sizes, this fixes the offset of each.
+template <class T>
+constexpr bool isPacked() {
+    std::size_t size = 0;
+    Quil::forEachField<T>([&]<class F>(const F&) { size += sizeof(typename F::Type); });
+    return std::is_standard_layout_v<T> && std::is_trivially_copyable_v<T> && size == sizeof(T);
+}
+static_assert(isPacked<ObjTuple>() && isPacked<ObjTupleAndSource>() && isPacked<Dest>() && isPacked<DestAndSource>());
+static_assert(isPacked<CiDest>() && isPacked<Host>() && isPacked<HostAndSource>());
+static_assert(isPacked<Label>() && isPacked<LabelAndSource>());
+static_assert(isPacked<LoadBalance>() && isPacked<LoadBalanceAndSource>());
+
 template <class... Values>
 void registerValues() {
     (Quil::registerValue<Values>(), ...);
@@ -17,7 +29,7 @@ void registerEntities() {
 }  // namespace
 
 void registerTypes() {
-    registerValues<Constants, ObjTuple, ObjTupleAndSource, DestDataIntf, DestDataVxlan, DestDataMpls, DestDataTunnel,
+    registerValues<ObjId, DestId, LabelId, LoadBalanceId, EcmpIndex, CiVtepIndex, Constants, SourceDecoder, ObjTuple, ObjTupleAndSource, DestDataIntf, DestDataVxlan, DestDataMpls, DestDataTunnel,
                    Dest, CiDest, Host, HostAndSource, Label, LabelAndSource, LoadBalance, LoadBalanceAndSource,
                    DestAndSource, TableInfo>();
     registerEntities<HostInput, HostOutput, DestTable, DestOutput, LabelTable, LabelOutput, LoadBalanceTable,

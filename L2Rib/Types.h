@@ -1,4 +1,5 @@
-// Types.h: enters every type of the namespace in the type registry.
+// Types.h: enters the values and entities of the namespace in the type registry. (A set of tuples has no text to be
+// made from, an enumeration its own look-up.)
 #pragma once
 
 #include "Quil/Export.h"

@@ -92,8 +92,9 @@ bool BucketReaderTable::attach(Quil::Trace& debug, Mem::Directory& directory, Fe
         reason = "no bucket file";
         return false;
     }
-    const auto& header = *reinterpret_cast<const BucketTable::Header*>(segment_->base());
-    if (!header.validate(debug, segment_->size(), fenix, reason)) return false;
+    while (!header().validate(debug, segment_->size(), fenix, reason)) {
+        if (!segment_->refresh()) return false;
+    }
     readCount();
     return true;
 }
@@ -105,7 +106,8 @@ void BucketReaderTable::readCount() {
     countWord_ = &header().count;
     links_ = reinterpret_cast<const Mem::Word64*>(segment_->base() + 64);
     // Never more than is mapped, whatever the file says; a bucket's index is taken from the low bits of a hash.
-    const std::uint64_t mapped = std::min<std::uint64_t>((segment_->size() - 64) / 8, endOfChain);
+    const std::uint64_t room = segment_->size() < sizeof(BucketTable::Header) ? 0 : (segment_->size() - 64) / 8;
+    const std::uint64_t mapped = std::min<std::uint64_t>(room, endOfChain);
     numBuckets_ = std::bit_floor(std::min(count_.value(), static_cast<std::uint32_t>(mapped)));
 }
 

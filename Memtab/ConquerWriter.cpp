@@ -18,6 +18,10 @@ using Mem::Atomics::storeSplit;
 using Quil::cat;
 
 void ConquerWriter::create(Mem::Directory& directory, FenixId fenix, std::uint32_t numSlots) {
+    if (numSlots > maxIndex / 2) {
+        throw Verro::InvalidInitializeException(
+            cat("ConquerWriter::attachConquer() unable to calculate notifications for ", numSlots, " slots"));
+    }
     initialCapacity_ = std::max(64u, 2 * std::bit_ceil(numSlots));
     capacity_ = initialCapacity_;
     for (std::uint32_t id = 0; id < 2; ++id) {
@@ -167,8 +171,12 @@ void ConquerWriter::compact(std::uint64_t minSeq) {
     store64(table(1 - currentId_).minSeq, minSeq);
     ++counters_.compactions;
     debug_.log(4, [&] {
+        const auto last = [](Header& header, std::uint32_t end) {
+            return end == 0 ? 0 : loadSplit(header.record(end - 1).sequence);
+        };
         return cat("Conquer::compact() pruned:", lastPosition - copied, " minSeq:", minSeq, " lastPos: ", lastPosition,
-                   " copyPos:", copied, " capacity:", newCapacity);
+                   " seq[lastPos]:", last(table(1 - currentId_), lastPosition), " copyPos:", copied,
+                   " seq[copyPos]:", last(current(), copied));
     });
 }
 

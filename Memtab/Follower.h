@@ -45,20 +45,22 @@ class Follower {
         keys_[slot] = key;
     }
 
-    // One turn of bounded work: takes at most so many notifications and delivers at most so many keys. Returns whether
-    // there is more to do.
-    template <class Deliver>
-    bool poll(Reader& reader, ConquerReader& queue, std::size_t budget, Deliver&& deliver) {
+    // Takes at most so many notifications. Returns whether more may be waiting.
+    bool collect(Reader& reader, ConquerReader& queue, std::size_t budget) {
         slots_.clear();
         const bool more = queue.poll(slots_, budget);
         for (const std::uint32_t slot : slots_) note(reader, slot);
-        for (; budget > 0 && !marked_.empty(); --budget) {
-            const Key key = *marked_.begin();
-            marked_.erase(marked_.begin());
-            deliver(key);
-        }
-        return more || !marked_.empty();
+        return more;
     }
+
+    // The next key to deliver.
+    std::optional<Key> take() {
+        if (marked_.empty()) return std::nullopt;
+        const Key key = *marked_.begin();
+        marked_.erase(marked_.begin());
+        return key;
+    }
+    bool hasMarked() const { return !marked_.empty(); }
 
  private:
     void note(Reader& reader, std::uint32_t slot) {

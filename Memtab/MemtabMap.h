@@ -35,7 +35,8 @@ struct Hooks {
     std::function<void(const Key&)> onKey;  // reading side: the entry of this key appeared, changed or went
     std::function<void()> onCollection;     // reading side: the whole table may have changed
     std::function<void()> onMountStatus;
-    std::function<void(const Quil::String&)> onCorruption;
+    std::function<void(const Quil::String&)> onCorruption;  // may be empty
+    std::function<Quil::Ptr<const Quil::Counted>()> keepAlive;  // the owner, held while callbacks run
 };
 
 template <class Key, class Value, class OpsType>
@@ -75,6 +76,7 @@ class MemtabMap : ReaderSm::Front {
     // Takes the place of what stood here before, local entries included.
     // Throws InvalidInitializeException when another process writes the table.
     void mount(Mode mode, const Options& options, const MountPoint& point) {
+        if (inTurn_) throw Quil::AssertionException(Quil::cat("MemtabMap::mount() ", name_, " inside its own notification"));
         const Quil::String directory = directoryOf(point.root, name_);
         if (mode == Mode::writer) {
             mountWriter(options, point, directory);
@@ -87,12 +89,15 @@ class MemtabMap : ReaderSm::Front {
 
     // Lets go of files and mappings. The files stay, for readers and for the next writer. A notification may call this.
     void detach() {
-        if (readerSm_) readerSm_->detach();
         if (!inTurn_) attached_.reset();
         if (writer_) writer_->conquer().kickSmIs(nullptr);
         writerMount_.reset();
         writer_.reset();
-        hooks_.onMountStatus();
+        if (readerSm_) {
+            readerSm_->detach();  // tells the owner
+        } else {
+            hooks_.onMountStatus();
+        }
     }
 
     // Whether the files of this table under the root have sound headers of this table's type; traces what is wrong.
@@ -156,8 +161,8 @@ class MemtabMap : ReaderSm::Front {
     void corruptionDetected(const Quil::String& message) {
         ++corruptions_;
         debug().log(1, [&] { return Quil::cat("MemtabMap::corruptionDetected() ", name_, ": ", message); });
-        if (!directory_.empty() && !corruptionRecorded_) {
-            corruptionRecorded_ = true;
+        if (!directory_.empty() && recordedFor_ != incarnation_) {
+            recordedFor_ = incarnation_;
             Util::writeCorruptionFile(directory_, name_, message);
         }
         if (hooks_.onCorruption) hooks_.onCorruption(message);
@@ -198,23 +203,28 @@ class MemtabMap : ReaderSm::Front {
         writer_.reset();
         localDirectory_.reset();
         directory_.clear();
-        corruptionRecorded_ = false;
+        recordedFor_ = 0;
         mode_ = mode;
     }
 
     void mountWriter(const Options& options, const MountPoint& point, const Quil::String& directory) {
         auto mount = std::make_unique<WriterMount>(directory);
+        const FenixId before = mount->fenix.id();
         mount->fenix.write();  // before any file of the new incarnation
         auto writer = std::make_unique<Writer>(debug(), name_, options, stored_);
-        writer->attach(mount->directory, mount->fenix.id());
+        try {
+            writer->attach(mount->directory, mount->fenix.id());
+        } catch (...) {
+            if (before != 0) mount->fenix.write(before);  // what stood here before can still be read
+            throw;
+        }
         // Last, when everything is in place: who connects finds a whole table.
         Writer* w = writer.get();
-        if (options.kickReaders) {
-            mount->kickSm = std::make_unique<Mem::WriterKickSm>(point.loop, directory, mount->fenix.id(), w->sequence(),
-                                                                [w] { w->conquer().updateNumReaders(); });
-            writer->conquer().kickSmIs(mount->kickSm.get());
-        }
+        mount->kickSm = std::make_unique<Mem::WriterKickSm>(point.loop, directory, mount->fenix.id(), options.kickReaders,
+                                                            w->sequence(), [w] { w->conquer().updateNumReaders(); });
+        writer->conquer().kickSmIs(mount->kickSm.get());
         becomes(Mode::writer);
+        incarnation_ = mount->fenix.id();
         directory_ = directory;
         writer_ = std::move(writer);
         writerMount_ = std::move(mount);
@@ -246,6 +256,7 @@ class MemtabMap : ReaderSm::Front {
             throw Quil::AssertionException(Quil::cat(operation, " in no man's land"));
         }
     }
+    // False when the table could not be read: damaged, or its files not to be mapped.
     template <class F>
     bool reading(F&& run) {
         try {
@@ -253,8 +264,12 @@ class MemtabMap : ReaderSm::Front {
             return true;
         } catch (const Verro::CorruptionDetectedException& error) {
             corruptionDetected(error.what());
-            return false;
+        } catch (const Quil::SystemException& error) {
+            debug().log(1, [&] { return Quil::cat("MemtabMap::reading() ", name_, ": ", error.what()); });
+        } catch (const Quil::MemoryResourceException& error) {
+            debug().log(1, [&] { return Quil::cat("MemtabMap::reading() ", name_, ": ", error.what()); });
         }
+        return false;
     }
 
     template <class F>
@@ -267,6 +282,7 @@ class MemtabMap : ReaderSm::Front {
 
     bool attachFiles(FenixId fenix, Quil::String& reason) override {
         Mem::SharedDirectory directory(directory_);
+        incarnation_ = fenix;
         auto fresh = std::make_unique<Attached>(debug());
         if (!fresh->reader.attach(directory, fenix, stored_, reason) ||
             !fresh->queue.attach(debug(), directory, fenix, reason)) {
@@ -278,19 +294,32 @@ class MemtabMap : ReaderSm::Front {
             return false;
         }
         attached_ = std::move(fresh);
-        corruptionRecorded_ = false;
         hooks_.onCollection();
         return true;
     }
 
     ReaderSm::Turn turn() override {
         bool more = false;
-        inTurn_ = true;
-        const bool good =
-            reading([&] { more = follower_.poll(attached_->reader, attached_->queue, keysPerTurn, hooks_.onKey); });
-        inTurn_ = false;
+        if (!reading([&] { more = follower_.collect(attached_->reader, attached_->queue, keysPerTurn); })) {
+            return ReaderSm::Turn::failed;
+        }
+        deliver();
         if (readerSm_->state() == ReaderSm::State::detached) attached_.reset();
-        return !good ? ReaderSm::Turn::failed : more ? ReaderSm::Turn::more : ReaderSm::Turn::drained;
+        return more || follower_.hasMarked() ? ReaderSm::Turn::more : ReaderSm::Turn::drained;
+    }
+
+    // Tells the owner of at most so many keys. What a callback throws passes through; its key counts as delivered.
+    void deliver() {
+        struct InTurn {
+            bool& flag;
+            explicit InTurn(bool& f) : flag(f) { flag = true; }
+            ~InTurn() { flag = false; }
+        } inTurn(inTurn_);
+        for (std::size_t i = 0; i < keysPerTurn && readerSm_->state() != ReaderSm::State::detached; ++i) {
+            const auto key = follower_.take();
+            if (!key) return;
+            hooks_.onKey(*key);
+        }
     }
 
     Mem::KickAck acknowledgement() const override {
@@ -302,6 +331,7 @@ class MemtabMap : ReaderSm::Front {
     }
 
     void onState() override { hooks_.onMountStatus(); }
+    Quil::Ptr<const Quil::Counted> keepAlive() const override { return hooks_.keepAlive(); }
 
     SlotTable::Format stored_;
     Quil::String name_;
@@ -310,7 +340,8 @@ class MemtabMap : ReaderSm::Front {
     Mode mode_ = Mode::local;
     Quil::String directory_;  // of a mounted table
     std::uint64_t corruptions_ = 0;
-    bool corruptionRecorded_ = false;
+    FenixId incarnation_ = 0;  // of the mounted files
+    FenixId recordedFor_ = 0;  // the incarnation whose corruption is on file
     bool inTurn_ = false;  // a callback of the reader's turn may be running
 
     std::unique_ptr<Mem::LocalDirectory> localDirectory_;  // local

@@ -12,6 +12,7 @@
 //   Not promised: that two lookups, or two tables, belong to one moment.
 #pragma once
 
+#include <atomic>
 #include <bit>
 
 #include "Memtab/BucketTable.h"
@@ -21,10 +22,12 @@
 
 namespace Memtab {
 
-// Where a reader's walk stands: the slot last read and the state it had.
+// Where a reader's walk stands: the slot last read, and what it held then.
 struct ReaderIterHint {
     std::uint32_t slot = endOfList;
     std::uint32_t state = 0;
+    std::uint32_t rhash = 0;
+    std::uint32_t attachment = 0;  // of the reader; a hint does not outlive the files it was made for
 };
 
 template <class Key, class Value, class OpsType>
@@ -37,6 +40,8 @@ class MemtabReader {
     explicit MemtabReader(Quil::Trace& debug) : debug_(debug) {}
 
     bool attach(Mem::Directory& directory, FenixId fenix, const SlotTable::Format& expected, Quil::String& reason) {
+        static std::atomic<std::uint32_t> attachments{0};
+        attachment_ = ++attachments;
         return slots_.attach(debug_, directory, fenix, expected, reason) &&
                buckets_.attach(debug_, directory, fenix, reason);
     }
@@ -70,10 +75,13 @@ class MemtabReader {
         return found;
     }
     bool next(const Key& key, Value& out, IterHint& hint) {
+        const Key after = key;  // the caller's may lie in the buffer
+        const IterHint from = hint;
         bool found = false;
         stable([&] {
+            hint = from;  // an attempt that is repeated starts where the first one did
             const Step step = stepFrom(hint, out);
-            found = step == Step::lost ? seek(&key, out, hint) : step == Step::entry;
+            found = step == Step::lost ? seek(&after, out, hint) : step == Step::entry;
         });
         return found;
     }
@@ -227,7 +235,7 @@ class MemtabReader {
                 return Found::restart;
             }
             if (order == 0) {
-                hint_ = {at.word.value(), seen.state};
+                hint_ = {at.word.value(), seen.state, seen.rhash, attachment_};
                 return Found::yes;
             }
             if (order < 0) return Found::no;
@@ -261,6 +269,10 @@ class MemtabReader {
     }
     Found seekOnce(const Key* after, Value& out, IterHint& hint, Restarts& restarts) {
         const std::uint32_t hash = after ? OpsType::hash(*after) : 0, rhash = Verro::Util::reverse(hash);
+        if (after && hint.attachment == attachment_ && hint.slot != endOfList && hint.rhash != rhash) {
+            // The entry the walk stands on lies where its key does not belong: going on by the key could go round.
+            corrupt(Quil::cat("MemtabReader::seek() corrupt key detected. key:", OpsType::text(*after)));
+        }
         Cursor at = atBucket(hash & (buckets_.numBuckets() - 1));
         for (std::uint64_t steps = 0;; ++steps) {
             if (!nextSlot(at, steps)) return Found::no;
@@ -282,7 +294,10 @@ class MemtabReader {
                 return Found::restart;
             }
             if (behind) {
-                hint = {at.word.value(), seen.state};
+                if (Verro::Util::reverse(OpsType::hash(out.fwkKey())) != seen.rhash) [[unlikely]] {
+                    corrupt(Quil::cat("MemtabReader::seek() corrupt key detected. key:", OpsType::text(out.fwkKey())));
+                }
+                hint = {at.word.value(), seen.state, seen.rhash, attachment_};
                 return Found::yes;
             }
             at = onward;
@@ -291,17 +306,20 @@ class MemtabReader {
 
     // Follows the ends of chains to the bucket where the walk goes on. False at the end of the table.
     bool nextSlot(Cursor& at, std::uint64_t& steps) const {
+        const std::uint64_t limit = std::uint64_t(slots_.numSlots()) + buckets_.numBuckets();
         while (at.atEnd()) {
             if (at.word.value() == endOfList) return false;
             const std::uint32_t bucket = at.word.value() & ~endOfChain;
             at = atBucket(bucket);
             lookAhead(bucket);
-            ++steps;
+            if (++steps > limit) endlessWalk(steps);
         }
-        if (steps > std::uint64_t(slots_.numSlots()) + buckets_.numBuckets()) {
-            corrupt(Quil::cat("MemtabReader::seek() cycle detected, steps:", steps, " capacity:", slots_.numSlots()));
-        }
+        if (steps > limit) endlessWalk(steps);
         return true;
+    }
+
+    [[noreturn]] void endlessWalk(std::uint64_t steps) const {
+        corrupt(Quil::cat("MemtabReader::seek() cycle detected, steps:", steps, " capacity:", slots_.numSlots()));
     }
 
     // A walk visits buckets and slots in an order that no processor guesses: asks for those it comes to soon.
@@ -324,17 +342,19 @@ class MemtabReader {
     // One step from the slot the hint names, while that still holds the entry it held. The slot's link is loaded before
     // its state: a link that has become part of the free list comes with a state that shows it.
     Step stepFrom(IterHint& hint, Value& out) {
-        if (hint.slot >= slots_.numSlots()) return Step::lost;
+        if (hint.attachment != attachment_ || hint.slot >= slots_.numSlots()) return Step::lost;
         const SlotTable::Slot& from = slots_.slot(hint.slot, slotSize);
         Cursor at{&from.link, Mem::Versioned::load(from.link)};
         if (Mem::Atomics::load32(from.state) != hint.state) return Step::lost;
         std::uint64_t steps = 0;
         if (!nextSlot(at, steps)) return Step::end;
         const std::uint32_t index = at.word.value();
-        const std::uint32_t state = copyValue(slotAt(index), out);
+        const SlotTable::Slot& slot = slotAt(index);
+        const std::uint32_t rhash = Mem::Atomics::load32(slot.rhash), state = copyValue(slot, out);
         const bool good = (state & occupied) && at.stillLeadsHere() && Mem::Atomics::load32(from.state) == hint.state;
-        if (!good) return Step::lost;
-        hint = {index, state};
+        // Equal hashes are rare: the search by key puts such entries in order, and damaged ones right.
+        if (!good || rhash <= hint.rhash) return Step::lost;
+        hint = {index, state, rhash, attachment_};
         return Step::entry;
     }
 
@@ -344,6 +364,7 @@ class MemtabReader {
     const Value default_{};
     Value value_{};
     IterHint hint_;
+    std::uint32_t attachment_ = 0;  // tells this mapping's hints from others'
     std::uint64_t lookasides_ = 0;
     std::uint64_t restarts_ = 0;
 };

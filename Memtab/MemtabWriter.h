@@ -36,9 +36,15 @@ class MemtabWriter {
             throw Verro::InvalidInitializeException("MemtabWriter::attach() Hardware does not support Atomics");
         }
         fenix_ = fenix;
-        slots_.create(directory, fenix);
-        map_.create(directory, options_.firstBuckets(), fenix);
-        conquer_.create(directory, fenix, options_.firstSlots());
+        try {
+            slots_.create(directory, fenix);
+            map_.create(directory, options_.firstBuckets(), fenix);
+            conquer_.create(directory, fenix, options_.firstSlots());
+        } catch (...) {
+            for (const char* file : {SlotWriterTable::fileName, BucketWriterTable::fileName}) directory.withdraw(file);
+            for (const char* file : ConquerTable::fileNames) directory.withdraw(file);
+            throw;
+        }
         directory.publish(SlotWriterTable::fileName);
         directory.publish(BucketWriterTable::fileName);
         conquer_.publish(directory);
@@ -67,7 +73,7 @@ class MemtabWriter {
     const Value& write(const Value& value, bool notify) {
         const Key key = value.fwkKey();
         const std::uint32_t hash = OpsType::hash(key);
-        if (notify) conquer_.reserve(slots_.numSlots());
+        if (notify) conquer_.reserve(slots_.slotsAfterAlloc());
         const auto place = map_.find(key, hash);
         std::uint32_t index = place.slot;
         if (index != Map::noSlot) {

@@ -18,9 +18,13 @@ ReaderSm::ReaderSm(Quil::Trace& debug, Quil::EventLoop& loop, Quil::String direc
       front_(front) {}
 
 void ReaderSm::stateIs(State state) {
-    if (state == state_) return;
+    if (state == state_ || state_ == State::detached) return;
     state_ = state;
     front_.onState();
+}
+
+void ReaderSm::wakeIn(Quil::Seconds delay) {
+    if (state_ != State::detached) wakeupTimeIs(loop_.clock()->now() + delay);
 }
 
 void ReaderSm::detach() {
@@ -31,11 +35,21 @@ void ReaderSm::detach() {
 }
 
 void ReaderSm::tryMount() {
+    if (state_ == State::detached) return;
+    const auto keep = front_.keepAlive();
     working_ = false;
     if (!watcher_ || !watcher_->active()) {
         watcher_ = std::make_unique<Mem::InotifyWatcher>(loop_, directory_, [this] { onDirectoryChange(); });
     }
     wakeIn(retryInterval);
+    try {
+        connectOrAttach();
+    } catch (const Quil::Exception& error) {
+        debug_.log(3, [&] { return cat("ReaderSm::tryMount() ", directory_, ": ", error.what()); });
+    }
+}
+
+void ReaderSm::connectOrAttach() {
     const FenixId fenix = FenixFile::read(directory_);
     if (fenix == 0) return;
     kick_ = Mem::ReaderKickSm::connect(loop_, directory_, readerName_, fenix, *this);
@@ -47,17 +61,26 @@ void ReaderSm::tryMount() {
     }
 }
 
+// Whether the files are mapped now, and still wanted: the callbacks of an attach may let go of the table.
 bool ReaderSm::attach(FenixId fenix) {
     Quil::String reason;
-    if (!front_.attachFiles(fenix, reason)) {
-        debug_.log(5, [&] { return cat("ReaderSm::attach() ", directory_, " cannot be mounted: ", reason); });
-        return false;
+    try {
+        if (front_.attachFiles(fenix, reason)) {
+            attached_ = fenix;
+            return state_ != State::detached;
+        }
+    } catch (const Quil::SystemException& error) {
+        reason = error.what();
+    } catch (const Quil::MemoryResourceException& error) {
+        reason = error.what();
     }
-    attached_ = fenix;
-    return true;
+    debug_.log(5, [&] { return cat("ReaderSm::attach() ", directory_, " cannot be mounted: ", reason); });
+    return false;
 }
 
-void ReaderSm::onWelcome(FenixId fenix) {
+void ReaderSm::onWelcome(FenixId fenix, bool kicks) {
+    const auto keep = front_.keepAlive();
+    kicks_ = kicks;
     if (!attach(fenix)) {
         kick_.reset();
         wakeIn(retryInterval);
@@ -67,24 +90,34 @@ void ReaderSm::onWelcome(FenixId fenix) {
     work();
 }
 
+void ReaderSm::onKick() {
+    if (state_ == State::mounted) work();
+}
+
+// The last changes of a writer that is gone may lie in the files without a notification that reached us: they are
+// mapped and compared once more.
 void ReaderSm::onClosed() {
+    const auto keep = front_.keepAlive();
     kick_.reset();
+    attached_ = 0;
+    working_ = false;
     if (state_ == State::mounted) stateIs(State::stale);
-    if (state_ != State::detached && !working_) wakeIn(retryInterval);
+    wakeIn(0);
 }
 
 void ReaderSm::onDirectoryChange() {
-    if (!kick_ && state_ != State::detached && !working_) tryMount();
+    if (!kick_ && !working_) tryMount();
 }
 
-void ReaderSm::onTime() { working_ ? work() : tryMount(); }
+void ReaderSm::onTime() { working_ || (kick_ && !kicks_ && state_ == State::mounted) ? work() : tryMount(); }
 
 void ReaderSm::work() {
     if (state_ == State::detached) return;
+    const auto keep = front_.keepAlive();
     const Turn turn = front_.turn();
     if (state_ == State::detached) return;  // a callback of the turn has let go of the table
     working_ = turn == Turn::more;
-    Quil::Seconds next = working_ ? 0 : kick_ ? Quil::never : retryInterval;
+    Quil::Seconds next = working_ ? 0 : kick_ && kicks_ ? Quil::never : retryInterval;
     if (turn == Turn::failed) {
         kick_.reset();
         attached_ = 0;

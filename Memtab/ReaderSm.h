@@ -35,13 +35,14 @@ class L2RIB_EXPORT ReaderSm : Mem::ReaderKickSm::Handler, Quil::Clock::NotifieeC
         virtual Turn turn() = 0;
         virtual Mem::KickAck acknowledgement() const = 0;
         virtual void onState() = 0;
+        // Held while this object is at work: a callback may drop the last other reference to the table.
+        virtual Quil::Ptr<const Quil::Counted> keepAlive() const = 0;
     };
 
     ReaderSm(Quil::Trace& debug, Quil::EventLoop& loop, Quil::String directory, Quil::String readerName, Front& front);
     void start() { tryMount(); }
     void detach();
     State state() const { return state_; }
-    bool isAttached() const { return attached_ != 0; }  // there are files to read, old or current
 
  private:
     static constexpr Quil::Seconds retryInterval = 0.25;
@@ -49,16 +50,17 @@ class L2RIB_EXPORT ReaderSm : Mem::ReaderKickSm::Handler, Quil::Clock::NotifieeC
     static constexpr Quil::Seconds corruptionPause = 1;
     static constexpr Quil::Seconds acknowledgeRetry = 0.01;
 
-    void onWelcome(SharedMem::FenixId fenix) override;
-    void onKick() override { work(); }
+    void onWelcome(SharedMem::FenixId fenix, bool kicks) override;
+    void onKick() override;
     void onClosed() override;
     void onTime() override;
     void onDirectoryChange();
     void tryMount();
+    void connectOrAttach();
     bool attach(SharedMem::FenixId fenix);
     void work();
     void stateIs(State state);
-    void wakeIn(Quil::Seconds delay) { wakeupTimeIs(loop_.clock()->now() + delay); }
+    void wakeIn(Quil::Seconds delay);
 
     Quil::Trace& debug_;
     Quil::EventLoop& loop_;
@@ -66,7 +68,8 @@ class L2RIB_EXPORT ReaderSm : Mem::ReaderKickSm::Handler, Quil::Clock::NotifieeC
     const Quil::String readerName_;
     Front& front_;
     State state_ = State::mounting;
-    SharedMem::FenixId attached_ = 0;  // incarnation of the mapped files; 0: none
+    SharedMem::FenixId attached_ = 0;  // incarnation of the mapped files, while all its changes reach us; 0: map again
+    bool kicks_ = true;                // the writer wakes us; else we look at intervals
     bool working_ = false;             // the next wake-up is a turn, not an attempt to mount
     std::unique_ptr<Mem::ReaderKickSm> kick_;
     std::unique_ptr<Mem::InotifyWatcher> watcher_;

@@ -63,7 +63,8 @@ void SlotReaderTable::readCount() {
     if (segment_->size() < headerSize_ + std::uint64_t(count_.value()) * slotSize_) segment_->refresh();
     countWord_ = &header().numSlots;
     slots_ = segment_->base() + headerSize_;
-    const std::uint64_t mapped = (segment_->size() - headerSize_) / slotSize_;
+    // Whatever the file says, and should it have become shorter: never more than is mapped.
+    const std::uint64_t mapped = segment_->size() < headerSize_ ? 0 : (segment_->size() - headerSize_) / slotSize_;
     numSlots_ = static_cast<std::uint32_t>(std::min<std::uint64_t>(count_.value(), mapped));
 }
 

@@ -137,7 +137,7 @@ Quil::String Header::countFault(std::uint64_t fileSize, std::uint32_t slots) con
 
 void Header::trace(Quil::Trace& debug) const {
     debug.log(3, [&] {
-        return cat("SlotTable::Header() magic:", hex(magicNumber(magic)), " version:", load32(version),
+        return cat("SlotTable::Header()  magic:", hex(magicNumber(magic)), " version:", load32(version),
                    " fenix:", hex(load32(fenix)), " valueSize:", load32(valueSize), " valueType:", nameOf(valueType),
                    " classType:", nameOf(classType), " maxSlots:", load32(maxSlots), " hash:", hex(load32(hash)),
                    " slotSize: ", load32(slotSize), " occupiedSlots:", load32(occupiedSlots),

@@ -40,6 +40,10 @@ class L2RIB_EXPORT SlotWriterTable {
         return *reinterpret_cast<SlotTable::Slot*>(slots_ + std::size_t(index) * slotSize_);
     }
 
+    // How many slots there will be after the next alloc().
+    std::uint32_t slotsAfterAlloc() const {
+        return Mem::Atomics::load32(header().freeSlots) == endOfList && !fixedCapacity_ ? grownSize() : numSlots_;
+    }
     // Takes a slot from the free list for an entry of this hash. May grow the file.
     // Throws TableFullException when it cannot; nothing was changed.
     std::uint32_t alloc(std::uint32_t hash);

@@ -109,9 +109,13 @@ class WriterHashMap {
     // slot that belongs to bucket + numBuckets, or the last.
     Mem::Word64& lastLinkToKeep(std::uint32_t bucket, std::uint32_t before) {
         Mem::Word64* link = &buckets_[bucket];
-        for (;;) {
+        for (std::uint32_t steps = 0;; ++steps) {
             const std::uint32_t next = Mem::Versioned::load(*link).value();
             if (next & endOfChain) return *link;
+            if (steps >= slots_.numSlots()) {
+                throw Verro::CorruptionDetectedException(
+                    Quil::cat("WriterHashMap::growBuckets() hash chain cycle detected, bucket:", bucket));
+            }
             SlotTable::Slot& slot = slots_[next];
             if (Verro::Util::reverse(Mem::Atomics::load32(slot.rhash)) & before) return *link;
             link = &slot.link;

@@ -20,6 +20,7 @@ constexpr auto fwkEnum(EntryType) {
                                                               {entryTypeRemoteStatic, "entryTypeRemoteStatic"}});
 }
 inline Quil::String stringValue(EntryType x) { return Quil::enumText(x); }
+inline std::ostream& operator<<(std::ostream& out, EntryType x) { return out << stringValue(x); }
 inline EntryType EntryTypeInstance(std::uint32_t x) { return Quil::enumInstance<EntryType>(x); }
 inline EntryType EntryTypeInstance(const Quil::String& x) { return Quil::enumInstance<EntryType>(x); }
 

@@ -15,6 +15,7 @@ constexpr auto fwkEnum(AddrFamily) {
     return Quil::enumTable<AddrFamily>("Lanx::AddrFamily", {{ipv4, "ipv4"}, {ipv6, "ipv6"}});
 }
 inline Quil::String stringValue(AddrFamily x) { return Quil::enumText(x); }
+inline std::ostream& operator<<(std::ostream& out, AddrFamily x) { return out << stringValue(x); }
 
 // The 16 address bytes as one IPv6 address.
 struct Ip6Addr {

@@ -6,10 +6,11 @@
 namespace Mem {
 
 InotifyWatcher::InotifyWatcher(Quil::EventLoop& loop, const Quil::String& directory, std::function<void()> onChange)
-    : onChange_(std::move(onChange)),
-      inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)),
-      active_(inotify_add_watch(inotify_.get(), directory.c_str(), IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF) >= 0),
-      watch_(loop, inotify_.get(), [this] { drain(); }) {}
+    : onChange_(std::move(onChange)), inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    if (!inotify_) return;
+    if (inotify_add_watch(inotify_.get(), directory.c_str(), IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF) < 0) return;
+    watch_ = std::make_unique<Quil::EventLoop::Watch>(loop, inotify_.get(), [this] { drain(); });
+}
 
 void InotifyWatcher::drain() {
     alignas(8) char events[4096];

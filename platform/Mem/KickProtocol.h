@@ -23,7 +23,7 @@ struct KickWelcome {
     std::uint32_t type = kickWelcome;
     std::uint32_t version = kickVersion;
     std::uint32_t fenix = 0;  // the writer's incarnation
-    std::uint32_t zero = 0;
+    std::uint32_t kicks = 1;  // 0: it wakes nobody; look at intervals
 };
 struct KickAck {
     std::uint32_t type = kickAck;

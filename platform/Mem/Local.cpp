@@ -73,6 +73,8 @@ std::unique_ptr<Segment> LocalDirectory::create(const Quil::String& name, std::u
 
 void LocalDirectory::publish(const Quil::String& name) { published_[name] = created_.extract(name).mapped(); }
 
+void LocalDirectory::withdraw(const Quil::String& name) { created_.erase(name); }
+
 std::unique_ptr<Segment> LocalDirectory::open(const Quil::String& name) {
     const auto found = published_.find(name);
     return found == published_.end() ? nullptr : std::make_unique<Local>(found->second->name, found->second);

@@ -35,7 +35,7 @@ void ReaderKickSm::receive() {
     const ssize_t size = recv(socket_.get(), &packet, sizeof packet, MSG_DONTWAIT);
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (size == sizeof(KickWelcome) && packet.type == kickWelcome && packet.version == kickVersion) {
-        handler_.onWelcome(packet.fenix);
+        handler_.onWelcome(packet.fenix, packet.kicks != 0);
     } else if (size == sizeof(KickWake) && packet.type == kickWake) {
         handler_.onKick();
     } else {

@@ -15,7 +15,8 @@ class L2RIB_EXPORT ReaderKickSm {
  public:
     struct Handler {
         virtual ~Handler();
-        virtual void onWelcome(std::uint32_t fenix) = 0;  // the writer counts this reader from now on
+        // The writer counts this reader from now on. kicks: it wakes sleepers.
+        virtual void onWelcome(std::uint32_t fenix, bool kicks) = 0;
         virtual void onKick() = 0;
         virtual void onClosed() = 0;  // the writer is gone, or has dropped this reader
     };

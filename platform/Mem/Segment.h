@@ -75,6 +75,8 @@ class L2RIB_EXPORT Directory {
     // there, which stays whole for those who have it mapped.
     virtual std::unique_ptr<Segment> create(const Quil::String& name, std::uint64_t size) = 0;
     virtual void publish(const Quil::String& name) = 0;
+    // Drops what create() made and nobody will publish.
+    virtual void withdraw(const Quil::String& name) = 0;
     // For reading; null when there is none or it is empty.
     virtual std::unique_ptr<Segment> open(const Quil::String& name) = 0;
     virtual void remove(const Quil::String& name) = 0;

@@ -44,6 +44,8 @@ std::unique_ptr<Segment> SharedDirectory::create(const Quil::String& name, std::
 
 void SharedDirectory::publish(const Quil::String& name) { Files::rename(file(name) + temporary, file(name)); }
 
+void SharedDirectory::withdraw(const Quil::String& name) { Files::remove(file(name) + temporary); }
+
 std::unique_ptr<Segment> SharedDirectory::open(const Quil::String& name) {
     FileDescriptor fd = Files::openForReading(file(name));
     if (!fd) return nullptr;

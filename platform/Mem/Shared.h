@@ -28,6 +28,7 @@ class L2RIB_EXPORT SharedDirectory : public Directory {
     const Quil::String& path() const { return path_; }
     std::unique_ptr<Segment> create(const Quil::String& name, std::uint64_t size) override;
     void publish(const Quil::String& name) override;
+    void withdraw(const Quil::String& name) override;
     std::unique_ptr<Segment> open(const Quil::String& name) override;
     void remove(const Quil::String& name) override;
 

@@ -12,15 +12,18 @@
 
 namespace Mem {
 
-WriterKickSm::WriterKickSm(Quil::EventLoop& loop, const Quil::String& directory, std::uint32_t fenix,
+WriterKickSm::WriterKickSm(Quil::EventLoop& loop, const Quil::String& directory, std::uint32_t fenix, bool kicks,
                            const std::uint64_t& currentSequence, std::function<void()> onChange)
-    : loop_(loop),
+    : NotifieeConst(loop.clock()),
+      loop_(loop),
       path_(directory + "/kick"),
       fenix_(fenix),
+      kicks_(kicks),
       currentSequence_(currentSequence),
       onChange_(std::move(onChange)),
-      socket_(KickSocket::listen(directory)),
-      watch_(std::make_unique<Quil::EventLoop::Watch>(loop, socket_.get(), [this] { accept(); })) {}
+      socket_(KickSocket::listen(directory)) {
+    listen();
+}
 
 WriterKickSm::~WriterKickSm() = default;
 
@@ -39,8 +42,16 @@ std::uint32_t WriterKickSm::numReaders() const {
         std::count_if(readers_.begin(), readers_.end(), [](const Reader& reader) { return reader.welcomed; }));
 }
 
+void WriterKickSm::listen() {
+    watch_ = std::make_unique<Quil::EventLoop::Watch>(loop_, socket_.get(), [this] { accept(); });
+}
+
 void WriterKickSm::accept() {
     FileDescriptor fd(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!fd && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
+        watch_.reset();  // the connection stays pending; asking again at once would only spin
+        wakeupTimeIs(clock().now() + acceptPause);
+    }
     if (!fd) return;
     Reader& reader = readers_.emplace_back();
     reader.socket = std::move(fd);
@@ -53,7 +64,7 @@ void WriterKickSm::accept() {
 
 void WriterKickSm::receive(Reader& reader) {
     alignas(8) char packet[sizeof(KickHello)];
-    for (;;) {
+    for (int i = 0; i < packetsPerTurn; ++i) {
         const ssize_t size = recv(reader.socket.get(), packet, sizeof packet, MSG_DONTWAIT);
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) break;
         if (size <= 0 || !handle(reader, packet, static_cast<std::size_t>(size))) {
@@ -77,6 +88,7 @@ bool WriterKickSm::handle(Reader& reader, const void* packet, std::size_t size) 
         reader.welcomed = true;
         KickWelcome welcome;
         welcome.fenix = fenix_;
+        welcome.kicks = kicks_;
         return send(reader.socket.get(), &welcome, sizeof welcome, MSG_DONTWAIT | MSG_NOSIGNAL) == sizeof welcome;
     }
     if (reader.welcomed && type == kickAck && size == sizeof(KickAck)) {
@@ -94,6 +106,7 @@ bool WriterKickSm::handle(Reader& reader, const void* packet, std::size_t size) 
 }
 
 void WriterKickSm::sleepingIs(Reader& reader, bool sleeping) {
+    sleeping = sleeping && kicks_;
     sleepers_ += static_cast<std::uint32_t>(sleeping) - static_cast<std::uint32_t>(reader.sleeping);
     reader.sleeping = sleeping;
 }

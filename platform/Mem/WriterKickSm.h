@@ -12,7 +12,7 @@
 
 namespace Mem {
 
-class L2RIB_EXPORT WriterKickSm {
+class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
  public:
     struct Reader {
         FileDescriptor socket;
@@ -28,9 +28,10 @@ class L2RIB_EXPORT WriterKickSm {
     static constexpr std::uint64_t noReader = ~std::uint64_t(0);
 
     // Listens in the directory. onChange is called when a reader came, acknowledged or went.
-    WriterKickSm(Quil::EventLoop& loop, const Quil::String& directory, std::uint32_t fenix,
+    // kicks: sleeping readers are woken; else they look at intervals.
+    WriterKickSm(Quil::EventLoop& loop, const Quil::String& directory, std::uint32_t fenix, bool kicks,
                  const std::uint64_t& currentSequence, std::function<void()> onChange);
-    ~WriterKickSm();
+    ~WriterKickSm() override;
 
     // The lowest sequence acknowledged by the connected readers; noReader without any.
     std::uint64_t lowestSequence() const;
@@ -43,6 +44,10 @@ class L2RIB_EXPORT WriterKickSm {
     void remove();  // the socket's name, at cleanup
 
  private:
+    static constexpr int packetsPerTurn = 64;          // of one reader
+    static constexpr Quil::Seconds acceptPause = 1;     // when descriptors ran out
+    void listen();
+    void onTime() override { listen(); }
     void accept();
     void receive(Reader& reader);
     bool handle(Reader& reader, const void* packet, std::size_t size);
@@ -54,6 +59,7 @@ class L2RIB_EXPORT WriterKickSm {
     Quil::EventLoop& loop_;
     const Quil::String path_;
     const std::uint32_t fenix_;
+    const bool kicks_;
     const std::uint64_t& currentSequence_;  // of the writer
     const std::function<void()> onChange_;
     FileDescriptor socket_;

@@ -34,8 +34,12 @@ class Scalar {
         const String open = cat("Value('", Derived::fwkName, "', ** {'value': ");
         const bool wrapped = cursor.startsWith(open);
         if (wrapped) cursor.expect(open);
-        value_ = checked(cursor.word());
-        if (wrapped) cursor.expect("})");
+        if (wrapped) {
+            atField("value", [&] { value_ = checked(cursor.word()); });
+            cursor.expect("})");
+        } else {
+            value_ = checked(cursor.word());
+        }
     }
     void fwkWrite(AttrLogWriter& log) const { log.write(value()); }
     void fwkRead(AttrLogReader& log) {
@@ -57,11 +61,13 @@ class Scalar {
     static Raw checked(std::string_view word) {
         std::uint64_t number = 0;
         const bool negative = word.starts_with('-');
-        if (!parseNumber(negative ? word.substr(1) : word, number)) {
+        const std::string_view digits = negative ? word.substr(1) : word;
+        if (digits.empty() || digits.find_first_not_of("0123456789") != digits.npos) {
             throw RangeException(cat("'", word, "' is not a number"));
         }
-        check(negative ? ~std::uint64_t(0) : number);
-        if (negative || number != static_cast<Raw>(number)) {
+        const bool outside = !parseNumber(digits, number) || negative;
+        check(outside ? ~std::uint64_t(0) : number);
+        if (outside || number != static_cast<Raw>(number)) {
             throw RangeException(cat(Derived::fwkName, "::value ", word, " does not fit"));
         }
         return static_cast<Raw>(number);

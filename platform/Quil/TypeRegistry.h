@@ -51,11 +51,25 @@ class L2RIB_EXPORT TypeRegistry {
     std::map<String, Type> types_;
 };
 
+// An attribute that is text of its own kind: shown as it is, not in quotes.
+struct RawText {
+    String text;
+    void fwkAppendStrep(String& out) const { out += text; }
+};
+
 template <class T>
 String textOf(const T& value) {
     String out;
     appendStrep(out, value);
     return out;
+}
+
+// "{key: value, ...}" of a map.
+template <class Map>
+RawText mapText(const Map& map) {
+    String out = "{";
+    for (const auto& [key, value] : map) out += cat(out.size() > 1 ? ", " : "", textOf(key), ": ", textOf(value));
+    return {out + "}"};
 }
 
 template <class T>
@@ -119,12 +133,18 @@ const Type& registerType() {
     return TypeRegistry::instance().add(builder.take());
 }
 
-template <Composite T>
+// A value of one number registers under its own name, with the field "value".
+template <class T>
 const Type& registerValue() {
     Type type;
     type.kind = Type::Kind::value;
-    type.name = T::fwkFields().typeName;
-    forEachField<T>([&](const auto& f) { type.fields.emplace_back(f.name); });
+    if constexpr (Composite<T>) {
+        type.name = T::fwkFields().typeName;
+        forEachField<T>([&](const auto& f) { type.fields.emplace_back(f.name); });
+    } else {
+        type.name = T::fwkName;
+        type.fields.emplace_back("value");
+    }
     type.reprint = [](const String& text) { return textOf(valueOf<T>(text)); };
     return TypeRegistry::instance().add(std::move(type));
 }

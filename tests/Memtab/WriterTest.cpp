@@ -1,1 +1,176 @@
-#include "support/Support.h"
+// The writer against the simplest container, its growth, its queue, and what it leaves when it fails.
+#include <map>
+#include <random>
+
+#include "Memtab/TableFixture.h"
+
+namespace {
+
+using namespace test;
+
+TEST(MemtabWriter, GrowsToTheMaximumAndPassesItByATenth) {
+    TestTable<GoodOps> table(sized(1000));
+    std::vector<std::uint32_t> sizes;
+    for (std::uint32_t n = 0; n < 1110; ++n) {
+        table.writer->write(Item(n, 1), true);
+        if (sizes.empty() || sizes.back() != table.writer->capacity()) sizes.push_back(table.writer->capacity());
+    }
+    EXPECT_EQ(sizes, (std::vector<std::uint32_t>{250, 500, 1000, 1101, 1212}));
+    EXPECT_EQ(table.writer->numBuckets(), 2048u);
+    EXPECT_EQ(table.writer->members(), 1110u);
+}
+
+TEST(MemtabWriter, OfFixedCapacityIsFullWithNothingChanged) {
+    Memtab::Options options = sized(4);
+    options.fixedCapacity = true;
+    TestTable<GoodOps> table(options);
+    for (std::uint32_t n = 0; n < 4; ++n) table.writer->write(Item(n, 1), true);
+    try {
+        table.writer->write(Item(9, 1), true);
+        FAIL();
+    } catch (const Memtab::TableFullException& error) {
+        EXPECT_STREQ(error.what(), "SlotWriter::alloc() Memtab table full (occupancy:4 tableSize:4) test");
+    }
+    EXPECT_EQ(table.writer->sequence(), 4u);
+    table.writer->write(Item(2, 2), true);  // a rewrite needs no slot
+    Item found;
+    EXPECT_TRUE(table.writer->lookup(NumberKey{2}, found));
+    EXPECT_EQ(found.generation, 2u);
+}
+
+// Fails one file operation of the writer.
+struct Failing : Mem::Observer {
+    int countdown;
+    explicit Failing(int n) : countdown(n) { Mem::observer = this; }
+    ~Failing() override { Mem::observer = nullptr; }
+    int onFile(const char*, const char*) override { return countdown-- == 0 ? ENOSPC : 0; }
+};
+
+TEST(MemtabWriter, AFailingFileOperationLeavesAnExactTable) {
+    int failures = 0;
+    for (int n = 0; n < 40; ++n) {
+        TestTable<GoodOps> table(sized(64, 4));
+        std::map<std::uint32_t, std::uint32_t> model;
+        {
+            Failing failing(n);
+            for (std::uint32_t i = 0; i < 60; ++i) {
+                try {
+                    table.writer->write(Item(i, 1), true);
+                    model[i] = 1;
+                } catch (const Quil::MemoryResourceException& error) {
+                    EXPECT_NE(std::string(error.what()).find("Reason: "), std::string::npos);
+                    ++failures;
+                }
+            }
+        }
+        EXPECT_EQ(table.writer->members(), model.size());
+        EXPECT_EQ(table.writer->sequence(), model.size());
+        auto reader = table.reader();
+        for (std::uint32_t i = 0; i < 60; ++i) {
+            bool found = false;
+            reader.lookup(NumberKey{i}, found);
+            EXPECT_EQ(found, model.contains(i)) << i;
+        }
+    }
+    EXPECT_GT(failures, 3);
+}
+
+// Random operations on writer and model; reader and follower compared every few steps.
+template <class OpsType>
+void agreesWithStdMap(unsigned steps, std::uint32_t keys) {
+    const unsigned s = seed();
+    SCOPED_TRACE(seedNote(s));
+    std::mt19937 random(s);
+    TestTable<OpsType> table(sized(64, 4));
+    auto reader = table.reader();
+    auto queue = table.queue();
+    std::map<std::uint32_t, std::uint32_t> model;
+    std::map<std::uint32_t, Item> bySlot;  // what a follower of slots knows
+    std::vector<std::uint32_t> slots;
+    for (unsigned step = 1; step <= steps; ++step) {
+        const std::uint32_t n = random() % keys;
+        if (random() % 3 == 0) {
+            Item removed;
+            ASSERT_EQ(table.writer->remove(NumberKey{n}, &removed), model.contains(n));
+            if (model.contains(n)) {
+                ASSERT_EQ(removed.generation, model[n]);
+            }
+            model.erase(n);
+        } else {
+            ASSERT_EQ(table.writer->write(Item(n, step), true).generation, step);
+            model[n] = step;
+        }
+        if (step % 37 != 0) continue;
+        ASSERT_EQ(table.writer->members(), model.size());
+        // The whole table, by the writer's walk and by the reader's: the same, in ascending (rhash, key) order.
+        std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint32_t> walked, expected;
+        for (const auto& [key, generation] : model) {
+            expected[{Verro::Util::reverse(OpsType::hash(NumberKey{key})), key}] = generation;
+        }
+        Item item;
+        typename TestTable<OpsType>::Reader::IterHint hint;
+        auto at = expected.begin();
+        for (bool more = reader.first(item, hint); more; more = reader.next(item.key, item, hint), ++at) {
+            ASSERT_NE(at, expected.end());
+            ASSERT_TRUE(item.isWhole());
+            ASSERT_EQ(item.key.number, at->first.second);
+            ASSERT_EQ(item.generation, at->second);
+        }
+        ASSERT_EQ(at, expected.end());
+        for (bool more = table.writer->first(item); more; more = table.writer->next(item.key, item)) {
+            walked[{Verro::Util::reverse(OpsType::hash(item.key)), item.key.number}] = item.generation;
+        }
+        ASSERT_EQ(walked, expected);
+        // "Next after a key" works for a key that is not there.
+        const NumberKey any{static_cast<std::uint32_t>(random() % keys)};
+        const auto next = expected.upper_bound({Verro::Util::reverse(OpsType::hash(any)), any.number});
+        hint = {};
+        ASSERT_EQ(reader.next(any, item, hint), next != expected.end());
+        if (next != expected.end()) {
+            ASSERT_EQ(item.key.number, next->first.second);
+        }
+        // Following the queue, in portions, gives the same table.
+        for (bool more = true; more;) {
+            slots.clear();
+            more = queue.poll(slots, 5);
+            for (const std::uint32_t slot : slots) {
+                if (reader.safeValue(slot, item)) {
+                    bySlot[slot] = item;
+                } else {
+                    bySlot.erase(slot);
+                }
+            }
+        }
+        ASSERT_EQ(queue.sequence(), table.writer->sequence());
+        std::map<std::uint32_t, std::uint32_t> followed;
+        for (const auto& [slot, known] : bySlot) followed[known.key.number] = known.generation;
+        ASSERT_EQ(followed, model);
+    }
+    EXPECT_GT(table.writer->conquer().counters().compactions, 0u);
+}
+
+TEST(MemtabWriterModel, AgreesWithStdMapWithAGoodHash) { agreesWithStdMap<GoodOps>(scaled(20000), 300); }
+TEST(MemtabWriterModel, AgreesWithStdMapWithTheIdentityHash) { agreesWithStdMap<IdentityOps>(scaled(20000), 300); }
+TEST(MemtabWriterModel, AgreesWithStdMapWithAllKeysInOneBucket) { agreesWithStdMap<ConstantOps>(scaled(5000), 100); }
+
+TEST(ConquerWriter, KeepsOneLiveRecordASlotAndDropsTombstonesNobodyNeeds) {
+    TestTable<GoodOps> table(sized(16));
+    auto queue = table.queue();
+    for (std::uint32_t g = 1; g <= 1000; ++g) table.writer->write(Item(1, g), true);
+    table.writer->write(Item(2, 1), true);
+    std::vector<std::uint32_t> slots;
+    EXPECT_FALSE(queue.poll(slots, 100));
+    EXPECT_EQ(slots, (std::vector<std::uint32_t>{0, 1}));
+    EXPECT_EQ(queue.sequence(), 1001u);
+    EXPECT_EQ(table.writer->conquer().capacity(), 64u);
+}
+
+TEST(ConquerWriter, WithoutPruningKeepsEveryTombstone) {
+    Memtab::Options options = sized(16);
+    options.pruneConquer = false;
+    TestTable<GoodOps> table(options);
+    for (std::uint32_t g = 1; g <= 1000; ++g) table.writer->write(Item(1, g), true);
+    EXPECT_EQ(table.writer->conquer().capacity(), 1024u);  // of which 1000 are taken
+}
+
+}  // namespace

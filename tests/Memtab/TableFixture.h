@@ -1,0 +1,75 @@
+// TableFixture.h: one table of small self-accusing records, a writer and a reader of it, in one process.
+#pragma once
+
+#include "Mem/Local.h"
+#include "Mem/Shared.h"
+#include "Memtab/ConquerReader.h"
+#include "Memtab/MemtabReader.h"
+#include "Memtab/MemtabWriter.h"
+#include "Memtab/Ops.h"
+#include "support/Support.h"
+
+namespace test {
+
+struct NumberKey {
+    std::uint32_t number = 0;
+    std::uint32_t hash() const { return Verro::OneAtATime().add(number).finish(); }
+    std::uint32_t identity() const { return number; }
+    std::uint32_t constant() const { return 7; }
+    std::string str() const { return std::to_string(number); }
+    friend auto operator<=>(const NumberKey&, const NumberKey&) = default;
+};
+
+struct Item {
+    NumberKey key;
+    std::uint32_t generation = 0;
+    std::uint32_t filler[3] = {};  // functions of the two
+
+    Item() = default;
+    Item(std::uint32_t number, std::uint32_t g) : key{number}, generation(g), filler{number ^ g, number + g, number * 3 + g} {}
+    NumberKey fwkKey() const { return key; }
+    bool isWhole() const { return std::memcmp(this, &static_cast<const Item&>(Item(key.number, generation)), sizeof *this) == 0; }
+};
+
+using GoodOps = Memtab::Ops<NumberKey, Item>;
+using IdentityOps = Memtab::Ops<NumberKey, Item, Memtab::Hash<NumberKey, &NumberKey::identity>>;
+using ConstantOps = Memtab::Ops<NumberKey, Item, Memtab::Hash<NumberKey, &NumberKey::constant>>;
+
+template <class OpsType>
+struct TestTable {
+    using Writer = Memtab::MemtabWriter<NumberKey, Item, OpsType>;
+    using Reader = Memtab::MemtabReader<NumberKey, Item, OpsType>;
+
+    Quil::Trace& debug = Quil::Trace::handler("test-table");
+    Item defaultItem;
+    Memtab::SlotTable::Format stored{"test::Item", "test::Table", sizeof(Item), &defaultItem};
+    ScratchDir scratch;
+    Mem::SharedDirectory directory{scratch.path()};
+    std::unique_ptr<Writer> writer;
+
+    explicit TestTable(Memtab::Options options) : writer(std::make_unique<Writer>(debug, "test", options, stored)) {
+        writer->attach(directory, 0x1234);
+    }
+    Reader reader() {
+        Reader fresh(debug);
+        Quil::String reason;
+        if (!fresh.attach(directory, 0x1234, stored, reason)) throw std::runtime_error(reason);
+        return fresh;
+    }
+    Memtab::ConquerReader queue() {
+        Memtab::ConquerReader fresh;
+        Quil::String reason;
+        if (!fresh.attach(debug, directory, 0x1234, reason)) throw std::runtime_error(reason);
+        return fresh;
+    }
+    std::string file(const char* name) const { return scratch.path() + "/" + name; }
+};
+
+inline Memtab::Options sized(std::uint32_t maxSize, std::uint32_t initialSlots = 0) {
+    Memtab::Options options;
+    options.maxSize = maxSize;
+    options.initialSlots = initialSlots;
+    return options;
+}
+
+}  // namespace test
