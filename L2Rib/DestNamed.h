@@ -18,14 +18,15 @@ class DestNamed : public Table<Derived, Record, DestId> {
 
     class NotifieeConst : public Base::NotifieeBase {
      public:
-        virtual void onDest(const Key&) {}           // one entry appeared, changed or went
-        virtual void onDestCollectionImmediate() {}  // the framework's hook: the whole collection may have changed
-        virtual void onDest() {}                     // the same, after every notifiee's immediate hook
+        // One entry appeared, changed or went.
+        virtual void onDest(const Key&) {}
+        // The framework's hook: the whole collection may have changed. Unless it is overridden, onDest() is told.
+        virtual void onDestCollectionImmediate() { onDest(); }
+        virtual void onDest() {}
 
      private:
         void fwkOnKey(const Key& key) final { onDest(key); }
         void fwkOnImmediateCollection() final { onDestCollectionImmediate(); }
-        void fwkOnCollection() final { onDest(); }
     };
 
     // Inserts or overwrites the entry of the record's key, and notifies.

@@ -18,14 +18,15 @@ class HostNamed : public Table<Derived, Record, Bridging::MacVlanPair> {
 
     class NotifieeConst : public Base::NotifieeBase {
      public:
-        virtual void onHost(const Key&) {}           // one entry appeared, changed or went
-        virtual void onHostCollectionImmediate() {}  // the framework's hook: the whole collection may have changed
-        virtual void onHost() {}                     // the same, after every notifiee's immediate hook
+        // One entry appeared, changed or went.
+        virtual void onHost(const Key&) {}
+        // The framework's hook: the whole collection may have changed. Unless it is overridden, onHost() is told.
+        virtual void onHostCollectionImmediate() { onHost(); }
+        virtual void onHost() {}
 
      private:
         void fwkOnKey(const Key& key) final { onHost(key); }
         void fwkOnImmediateCollection() final { onHostCollectionImmediate(); }
-        void fwkOnCollection() final { onHost(); }
     };
 
     // Inserts or overwrites the entry of the record's key, and notifies.

@@ -18,14 +18,15 @@ class LabelNamed : public Table<Derived, Record, LabelId> {
 
     class NotifieeConst : public Base::NotifieeBase {
      public:
-        virtual void onLabel(const Key&) {}           // one entry appeared, changed or went
-        virtual void onLabelCollectionImmediate() {}  // the framework's hook: the whole collection may have changed
-        virtual void onLabel() {}                     // the same, after every notifiee's immediate hook
+        // One entry appeared, changed or went.
+        virtual void onLabel(const Key&) {}
+        // The framework's hook: the whole collection may have changed. Unless it is overridden, onLabel() is told.
+        virtual void onLabelCollectionImmediate() { onLabel(); }
+        virtual void onLabel() {}
 
      private:
         void fwkOnKey(const Key& key) final { onLabel(key); }
         void fwkOnImmediateCollection() final { onLabelCollectionImmediate(); }
-        void fwkOnCollection() final { onLabel(); }
     };
 
     // Inserts or overwrites the entry of the record's key, and notifies.

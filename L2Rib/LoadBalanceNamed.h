@@ -18,14 +18,15 @@ class LoadBalanceNamed : public Table<Derived, Record, LoadBalanceId> {
 
     class NotifieeConst : public Base::NotifieeBase {
      public:
-        virtual void onLb(const Key&) {}           // one entry appeared, changed or went
-        virtual void onLbCollectionImmediate() {}  // the framework's hook: the whole collection may have changed
-        virtual void onLb() {}                     // the same, after every notifiee's immediate hook
+        // One entry appeared, changed or went.
+        virtual void onLb(const Key&) {}
+        // The framework's hook: the whole collection may have changed. Unless it is overridden, onLb() is told.
+        virtual void onLbCollectionImmediate() { onLb(); }
+        virtual void onLb() {}
 
      private:
         void fwkOnKey(const Key& key) final { onLb(key); }
         void fwkOnImmediateCollection() final { onLbCollectionImmediate(); }
-        void fwkOnCollection() final { onLb(); }
     };
 
     // Inserts or overwrites the entry of the record's key, and notifies.

@@ -122,8 +122,10 @@ void ObjTupleManager::fwkDeclare(Quil::TypeBuilder<ObjTupleManager>& type) {
         .attribute("last", &ObjTupleManager::last)
         .attribute("current", &ObjTupleManager::current, &ObjTupleManager::currentIs)
         .attribute("initialized", &ObjTupleManager::initialized)
-        .attribute("inputToOutput", [](const ObjTupleManager& manager) { return Quil::mapText(manager.inputToOutput_); })
-        .attribute("outputToInput", [](const ObjTupleManager& manager) { return Quil::mapText(manager.outputToInput_); })
+        .attribute("inputToOutput",
+                   [](const ObjTupleManager& manager) { return Quil::mapText(manager.inputToOutput_); })
+        .attribute("outputToInput",
+                   [](const ObjTupleManager& manager) { return Quil::mapText(manager.outputToInput_); })
         .attribute("name", [](const ObjTupleManager& manager) { return manager.name(); });
 }
 

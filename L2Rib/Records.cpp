@@ -7,8 +7,7 @@
 namespace L2Rib {
 
 Quil::String Host::stringValue() const {
-    const Quil::String where =
-        next_ == ObjTuple() ? Quil::cat(" ciDest ", ciDest_) : Quil::cat(" next ", next_);
+    const Quil::String where = next_ == ObjTuple() ? Quil::cat(" ciDest ", ciDest_) : Quil::cat(" next ", next_);
     return Quil::cat("Host key: ", key_, " pref: ", preference_, " seq: ", seqNo_, " type ", entryType_, where);
 }
 

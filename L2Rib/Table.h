@@ -31,7 +31,6 @@ class Table : public Quil::Entity {
      public:
         virtual void fwkOnKey(const Key& key) = 0;
         virtual void fwkOnImmediateCollection() = 0;
-        virtual void fwkOnCollection() = 0;
     };
 
     // A walk over the table in its own order. It holds a copy of the entry it stands on, so it stays good whatever
@@ -138,7 +137,6 @@ class Table : public Quil::Entity {
     }
     void notifyCollection() {
         notifiees_.forEach([](NotifieeBase& n) { n.fwkOnImmediateCollection(); });
-        notifiees_.forEach([](NotifieeBase& n) { n.fwkOnCollection(); });
     }
     void notifyMountStatus() {}
 

@@ -29,9 +29,9 @@ void registerEntities() {
 }  // namespace
 
 void registerTypes() {
-    registerValues<ObjId, DestId, LabelId, LoadBalanceId, EcmpIndex, CiVtepIndex, Constants, SourceDecoder, ObjTuple, ObjTupleAndSource, DestDataIntf, DestDataVxlan, DestDataMpls, DestDataTunnel,
-                   Dest, CiDest, Host, HostAndSource, Label, LabelAndSource, LoadBalance, LoadBalanceAndSource,
-                   DestAndSource, TableInfo>();
+    registerValues<ObjId, DestId, LabelId, LoadBalanceId, EcmpIndex, CiVtepIndex, Constants, SourceDecoder, ObjTuple,
+                   ObjTupleAndSource, DestDataIntf, DestDataVxlan, DestDataMpls, DestDataTunnel, Dest, CiDest, Host,
+                   HostAndSource, Label, LabelAndSource, LoadBalance, LoadBalanceAndSource, DestAndSource, TableInfo>();
     registerEntities<HostInput, HostOutput, DestTable, DestOutput, LabelTable, LabelOutput, LoadBalanceTable,
                      LoadBalanceOutput, ObjTupleManager>();
 }

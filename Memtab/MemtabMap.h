@@ -35,7 +35,7 @@ struct Hooks {
     std::function<void(const Key&)> onKey;  // reading side: the entry of this key appeared, changed or went
     std::function<void()> onCollection;     // reading side: the whole table may have changed
     std::function<void()> onMountStatus;
-    std::function<void(const Quil::String&)> onCorruption;  // may be empty
+    std::function<void(const Quil::String&)> onCorruption;      // may be empty
     std::function<Quil::Ptr<const Quil::Counted>()> keepAlive;  // the owner, held while callbacks run
 };
 
@@ -54,8 +54,9 @@ class MemtabMap : ReaderSm::Front {
 
     const Quil::String& name() const { return name_; }
     Mode mode() const { return mode_; }
+    const Quil::String& directory() const { return directory_; }  // of a mounted table
     bool mounted() const {
-        return mode_ == Mode::writer || (readerSm_ && readerSm_->state() == ReaderSm::State::mounted);
+        return (mode_ == Mode::writer && writer_) || (readerSm_ && readerSm_->state() == ReaderSm::State::mounted);
     }
     // There is a table to read: the own one, or files of a writer, be it gone.
     bool isReadable() const { return mode_ != Mode::reader || attached_; }
@@ -76,7 +77,8 @@ class MemtabMap : ReaderSm::Front {
     // Takes the place of what stood here before, local entries included.
     // Throws InvalidInitializeException when another process writes the table.
     void mount(Mode mode, const Options& options, const MountPoint& point) {
-        if (inTurn_) throw Quil::AssertionException(Quil::cat("MemtabMap::mount() ", name_, " inside its own notification"));
+        if (inTurn_)
+            throw Quil::AssertionException(Quil::cat("MemtabMap::mount() ", name_, " inside its own notification"));
         const Quil::String directory = directoryOf(point.root, name_);
         if (mode == Mode::writer) {
             mountWriter(options, point, directory);
@@ -99,6 +101,9 @@ class MemtabMap : ReaderSm::Front {
             hooks_.onMountStatus();
         }
     }
+
+    // What becomes of a table whose owner left the tree; a derived map may do more.
+    virtual void controlDetach() { detach(); }
 
     // Whether the files of this table under the root have sound headers of this table's type; traces what is wrong.
     bool validateFiles(const Quil::String& root, unsigned /*flags*/) {
@@ -220,8 +225,9 @@ class MemtabMap : ReaderSm::Front {
         }
         // Last, when everything is in place: who connects finds a whole table.
         Writer* w = writer.get();
-        mount->kickSm = std::make_unique<Mem::WriterKickSm>(point.loop, directory, mount->fenix.id(), options.kickReaders,
-                                                            w->sequence(), [w] { w->conquer().updateNumReaders(); });
+        mount->kickSm =
+            std::make_unique<Mem::WriterKickSm>(point.loop, directory, mount->fenix.id(), options.kickReaders,
+                                                w->sequence(), [w] { w->conquer().updateNumReaders(); });
         writer->conquer().kickSmIs(mount->kickSm.get());
         becomes(Mode::writer);
         incarnation_ = mount->fenix.id();
@@ -342,7 +348,7 @@ class MemtabMap : ReaderSm::Front {
     std::uint64_t corruptions_ = 0;
     FenixId incarnation_ = 0;  // of the mounted files
     FenixId recordedFor_ = 0;  // the incarnation whose corruption is on file
-    bool inTurn_ = false;  // a callback of the reader's turn may be running
+    bool inTurn_ = false;      // a callback of the reader's turn may be running
 
     std::unique_ptr<Mem::LocalDirectory> localDirectory_;  // local
     std::unique_ptr<Writer> writer_;                       // local and writer

@@ -60,7 +60,7 @@ class QuilMemtabMap : public Memtab::MemtabMap<Key, Value, OpsType> {
         const Quil::String old = this->name();
         if (!owner_->parent()) {
             state([&] { return Quil::cat("QuilMemtabMap::handleParent(): ", old, " is now an orphan"); });
-            this->detach();
+            this->controlDetach();
             return;
         }
         if (initialized_) {

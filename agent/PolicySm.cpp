@@ -7,6 +7,7 @@
 namespace Agent {
 
 void PolicySm::sourceIs(L2Rib::Source source, const Quil::Ptr<L2Rib::HostInput>& hosts) {
+    sourceDel(source);
     sources_[source] = std::make_unique<Reactor>(*this, hosts);
     for (const L2Rib::Host& host : hosts->hosts()) handleHost(host.key());
 }

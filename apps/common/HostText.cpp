@@ -61,6 +61,8 @@ Quil::String viaText(const L2Rib::Host& host, const InterfaceNames& names) {
 
 }  // namespace
 
+Quil::String textOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
 HostView viewOf(const L2Rib::HostAndSource& record, const InterfaceNames& names) {
     const L2Rib::Host& host = record.host();
     return {record.key().vlanId().value(),

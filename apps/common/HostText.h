@@ -20,6 +20,9 @@ struct HostView {
 };
 HostView viewOf(const L2Rib::HostAndSource& record, const InterfaceNames& names);
 
+// One line; bytes that are not UTF-8 are replaced.
+Quil::String textOf(const Json& json);
+
 // "vlan", "mac", then what detailsOf() gives.
 Json keyOf(const L2Rib::HostAndSource& record);
 // "source", "via", "preference", "seqNo", "entryType".

@@ -25,7 +25,8 @@ Quil::String entryTypeName(Bridging::EntryType entryType) { return hyphenated(st
 
 L2Rib::Source sourceOfName(const Quil::String& name) {
     for (const auto& row : fwkEnum(L2Rib::Source()).rows) {
-        if (hyphenated(row.name, "source") == name) return row.value;
+        const bool oneSource = row.value != L2Rib::sourceNone && row.value != L2Rib::sourceAll;
+        if (oneSource && hyphenated(row.name, "source") == name) return row.value;
     }
     throw Quil::RangeException("no source of this name");
 }
@@ -62,16 +63,34 @@ void InterfaceNames::writeTo(const Quil::String& root) {
 
 InterfaceNames InterfaceNames::readFrom(const Quil::String& root) {
     InterfaceNames read;
-    std::ifstream file(fileUnder(root));
-    std::uint32_t index;
-    for (Quil::String name; file >> index >> name;) read.names_[index] = name;
+    read.refreshFrom(root);
     return read;
 }
 
+void InterfaceNames::refreshFrom(const Quil::String& root) {
+    std::ifstream file(fileUnder(root));
+    hasFile_ = file.is_open();
+    for (Quil::String line; std::getline(file, line);) {
+        const auto blank = line.find(' ');
+        std::uint32_t index = 0;
+        if (blank == line.npos || !Quil::parseNumber(std::string_view(line).substr(0, blank), index)) continue;
+        names_[index] = line.substr(blank + 1);
+    }
+}
+
+namespace {
+Quil::String printable(Quil::String name) {
+    for (char& c : name) {
+        if (c <= ' ' || c > '~') c = '?';
+    }
+    return name;
+}
+}  // namespace
+
 std::optional<Quil::String> InterfaceNames::name(std::uint32_t index) const {
-    if (const auto found = names_.find(index); found != names_.end()) return found->second;
+    if (const auto found = names_.find(index); found != names_.end()) return printable(found->second);
     char name[IF_NAMESIZE];
-    if (if_indextoname(index, name)) return Quil::String(name);
+    if (!hasFile_ && if_indextoname(index, name)) return printable(name);
     return std::nullopt;
 }
 

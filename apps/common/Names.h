@@ -21,12 +21,15 @@ class InterfaceNames {
     void nameIs(std::uint32_t index, const Quil::String& name);  // empty: forget it
     void writeTo(const Quil::String& root);                      // when something changed; raises SystemException
     static InterfaceNames readFrom(const Quil::String& root);
-    // The producer's name, else this system's, else none.
+    // Reads again; names that are no longer there stay known.
+    void refreshFrom(const Quil::String& root);
+    // The producer's name; without a file of its names, this system's; else none. Bytes that do not print are "?".
     std::optional<Quil::String> name(std::uint32_t index) const;
 
  private:
     std::map<std::uint32_t, Quil::String> names_;
     bool changed_ = true;
+    bool hasFile_ = false;
 };
 
 }  // namespace Apps

@@ -2,6 +2,8 @@
 
 #include <linux/neighbour.h>
 
+#include <algorithm>
+
 #include "L2Rib/Constants.h"
 
 namespace Fdb {
@@ -34,6 +36,7 @@ const Link& Model::link(std::uint32_t index) const {
 void Model::linkIs(std::uint32_t index, const Link& link) {
     const Link before = this->link(index);
     links_[index] = link;
+    linkDump_[index] = dump_;
     if (before.isVxlan != link.isVxlan || before.master != link.master || !(before.address == link.address) ||
         before.name != link.name) {
         evaluateAll();
@@ -42,9 +45,12 @@ void Model::linkIs(std::uint32_t index, const Link& link) {
 
 void Model::linkDel(std::uint32_t index) {
     links_.erase(index);
+    linkDump_.erase(index);
     for (auto& [mac, all] : macs_) {
         std::erase_if(all.entries, [&](const auto& item) {
-            return item.second.entry.device == index || item.second.entry.bridge == index;
+            const Entry& entry = item.second.entry;
+            const bool handedOver = !entry.isSelf() && (entry.state & NUD_PERMANENT) && entry.bridge != index;
+            return (entry.device == index && !handedOver) || entry.bridge == index;
         });
     }
     evaluateAll();
@@ -59,14 +65,13 @@ void Model::entryIs(const Entry& entry) {
 void Model::entryDel(const Entry& entry) {
     const auto mac = macs_.find(entry.mac);
     if (mac == macs_.end()) return;
-    const auto known = mac->second.entries.find(placeOf(entry));
-    // The deletion of an entry that has moved to another port since is old news.
-    if (known == mac->second.entries.end() || known->second.entry.device != entry.device) return;
-    mac->second.entries.erase(known);
-    evaluate(entry.mac);
+    // By its place alone: a permanent entry may have been handed to another device without a word.
+    if (mac->second.entries.erase(placeOf(entry)) > 0) evaluate(entry.mac);
 }
 
 void Model::dumpEnds() {
+    std::erase_if(links_, [&](const auto& item) { return linkDump_[item.first] != dump_; });
+    std::erase_if(linkDump_, [&](const auto& item) { return item.second != dump_; });
     for (auto& [mac, all] : macs_) {
         std::erase_if(all.entries, [&](const auto& item) { return item.second.dump != dump_; });
     }
@@ -112,14 +117,22 @@ CiDest vtepDest(const Lanx::IpGenAddr& address) {
 
 }  // namespace
 
-void Model::addBridgeEntry(const Entry& entry, Found& found) const {
+// Whether the entry is the bridge's half of a remote MAC, whose VXLAN half is the host.
+bool Model::isHalfOfRemote(const Entry& entry, const PerMac& all) const {
+    if (!link(entry.device).isVxlan) return false;
+    if (!(entry.state & NUD_PERMANENT)) return true;
+    return std::any_of(all.entries.begin(), all.entries.end(), [&](const auto& item) {
+        return item.first.isSelf && item.second.entry.device == entry.device && item.second.entry.dst;
+    });
+}
+
+void Model::addBridgeEntry(const Entry& entry, const PerMac& all, Found& found) const {
     const std::uint16_t vlan = vlanOf(entry.bridge, entry.vlan);
+    const bool own = isOwnAddress(entry);
+    if (isHalfOfRemote(entry, all) && !(own && (entry.state & NUD_PERMANENT))) return;
     if (entry.state & NUD_PERMANENT) {
-        const bool own = isOwnAddress(entry);
         addHost(found, own ? L2Rib::sourceRouterMac : L2Rib::sourceLocalStatic,
                 own ? Bridging::entryTypeRouter : Bridging::entryTypeStatic, entry, vlan, CiDest(L2Rib::destTypeCpu));
-    } else if (link(entry.device).isVxlan) {
-        // The bridge's half of a remote MAC: the VXLAN half is the host.
     } else if (entry.state & NUD_NOARP) {
         addHost(found, L2Rib::sourceLocalStatic, Bridging::entryTypeStatic, entry, vlan, interfaceDest(entry.device));
     } else if (entry.state & dynamicStates) {
@@ -134,7 +147,7 @@ std::vector<std::uint16_t> Model::vlansOfRemote(const Entry& entry, const PerMac
     std::vector<std::uint16_t> here;
     bool elsewhere = false;
     for (const auto& [place, known] : all.entries) {
-        if (place.isSelf || place.home != bridge || bridge == 0) continue;
+        if (place.isSelf || place.home != bridge || bridge == 0 || (known.entry.flagsExt & extLocked)) continue;
         const std::uint16_t halfVlan = vlanOf(bridge, known.entry.vlan);
         if (entry.vlan != 0 && halfVlan != vlan) continue;
         if (known.entry.device == entry.device) {
@@ -166,7 +179,7 @@ void Model::addVxlanEntry(const Entry& entry, const PerMac& all, Found& found) c
         source = L2Rib::sourceBgp, type = Bridging::entryTypeRemoteStatic;
     } else if (entry.state & (NUD_PERMANENT | NUD_NOARP)) {
         source = L2Rib::sourceVxlanStatic, type = Bridging::entryTypeRemoteStatic;
-    } else if (entry.state & dynamicStates) {
+    } else if ((entry.state & dynamicStates) && !(entry.flags & ~(NTF_SELF | NTF_MASTER))) {
         source = L2Rib::sourceLocalDynamic, type = Bridging::entryTypeRemote;
     } else {
         return;
@@ -181,7 +194,7 @@ void Model::evaluate(const Lanx::EthAddr& mac) {
     Found found;
     for (const auto& [place, known] : all.entries) {
         if (known.entry.flagsExt & extLocked) continue;
-        place.isSelf ? addVxlanEntry(known.entry, all, found) : addBridgeEntry(known.entry, found);
+        place.isSelf ? addVxlanEntry(known.entry, all, found) : addBridgeEntry(known.entry, all, found);
     }
     statistics_.floodEntries += found.share.floodEntries - all.share.floodEntries;
     statistics_.nextHopGroupEntries += found.share.nextHopGroupEntries - all.share.nextHopGroupEntries;

@@ -16,7 +16,8 @@
 //   locked; multicast MACs; SELF on other devices              ignored
 //
 // A remote MAC has two halves: the bridge's entry on the VXLAN port and the VXLAN entry with the VTEP, which is the
-// host. A VXLAN half whose bridge half stands on another port is stale (the host moved here): counted only.
+// host, whatever the state of the bridge's half. A VXLAN half whose bridge half stands on another port is stale (the
+// host moved here): counted only.
 #pragma once
 
 #include <functional>
@@ -76,8 +77,10 @@ class Model {
         : settings_(std::move(settings)), clock_(std::move(clock)), sink_(sink) {}
 
     void linkIs(std::uint32_t index, const Link& link);
-    void linkDel(std::uint32_t index);  // with every entry of the device
-    void entryIs(const Entry& entry);   // replaces the entry of the same place
+    // With the entries of the device. Permanent ones stay: the kernel hands them over to the bridge, or tells of their
+    // deletion; a dump settles it.
+    void linkDel(std::uint32_t index);
+    void entryIs(const Entry& entry);  // replaces the entry of the same place
     void entryDel(const Entry& entry);
     // Between the two, everything that is there is told again; what was not told is gone then.
     void dumpBegins() { ++dump_; }
@@ -115,7 +118,8 @@ class Model {
     const Link& link(std::uint32_t index) const;
     std::uint16_t vlanOf(std::uint32_t bridge, std::uint16_t given) const;
     bool isOwnAddress(const Entry& entry) const;
-    void addBridgeEntry(const Entry& entry, Found& found) const;
+    bool isHalfOfRemote(const Entry& entry, const PerMac& all) const;
+    void addBridgeEntry(const Entry& entry, const PerMac& all, Found& found) const;
     void addVxlanEntry(const Entry& entry, const PerMac& all, Found& found) const;
     std::vector<std::uint16_t> vlansOfRemote(const Entry& entry, const PerMac& all) const;
     void addHost(Found& found, L2Rib::Source source, Bridging::EntryType type, const Entry& entry, std::uint16_t vlan,
@@ -127,6 +131,7 @@ class Model {
     const Quil::Ptr<Quil::Clock> clock_;
     Sink& sink_;
     std::map<std::uint32_t, Link> links_;
+    std::map<std::uint32_t, std::uint64_t> linkDump_;  // in which each was last told
     std::map<Lanx::EthAddr, PerMac> macs_;
     Statistics statistics_;
     std::uint64_t dump_ = 0;

@@ -1,6 +1,7 @@
 #include "fdb/JsonFdb.h"
 
 #include <linux/neighbour.h>
+#include <net/if.h>
 
 #include <nlohmann/json.hpp>
 
@@ -21,9 +22,14 @@ void atKey(const char* key, F&& read) {
 
 std::uint64_t bounded(const Json& value, std::uint64_t max) {
     if (!value.is_number_unsigned() || value.get<std::uint64_t>() > max) {
-        throw Quil::RangeException(Quil::cat(value.dump(), " is not a number from 0 to ", max));
+        throw Quil::RangeException(Quil::cat("is not a number from 0 to ", max));
     }
     return value.get<std::uint64_t>();
+}
+
+// As the kernel has it: up to 15 bytes without blanks and slashes.
+bool isName(const Quil::String& name) {
+    return !name.empty() && name.size() < IF_NAMESIZE && name.find_first_of(" \t\n/") == name.npos;
 }
 
 std::uint16_t stateOf(const Quil::String& text) {
@@ -46,8 +52,7 @@ class Loader {
             return found != row.end() && found->is_string() ? found->get<Quil::String>() : Quil::String();
         };
         const Quil::String device = text("ifname"), master = text("master");
-        if (!master.empty()) indexOf(master);
-        if (device.empty()) return;
+        if (!isName(device) || (!master.empty() && !isName(master))) return;
         Link& link = links_[indexOf(device)];
         if (!master.empty()) link.master = indexOf(master);
         link.isVxlan = link.isVxlan || row.contains("dst") || row.contains("vni") || row.contains("nhid") ||
@@ -67,7 +72,7 @@ class Loader {
         atKey("vlan", [&] {
             if (!row.contains("vlan")) return;
             entry.vlan = static_cast<std::uint16_t>(bounded(row.at("vlan"), 0xffff));
-            Bridging::VlanId::fwkCheck(entry.vlan);
+            if (entry.vlan != 0) Bridging::VlanId::fwkCheck(entry.vlan);
         });
         atKey("dst", [&] {
             if (row.contains("dst")) entry.dst = Lanx::IpGenAddr(row.at("dst").get<Quil::String>());
@@ -84,7 +89,7 @@ class Loader {
 
  private:
     std::uint32_t indexOf(const Quil::String& name) {
-        if (name.empty()) throw Quil::RangeException("is empty");
+        if (!isName(name)) throw Quil::RangeException("is not the name of an interface");
         const auto [found, fresh] = indices_.try_emplace(name, static_cast<std::uint32_t>(indices_.size() + 1));
         if (fresh) links_[found->second].name = name;
         return found->second;

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <vector>
 
+#include "Quil/Trace.h"
+
 namespace Fdb {
 namespace {
 
@@ -19,7 +21,7 @@ namespace {
 
 constexpr std::uint16_t ndaFlagsExt = 15;  // NDA_FLAGS_EXT, from Linux 5.16 on
 
-constexpr std::size_t dumpBufferSize = 32768;  // what the kernel fills with one packet of a dump
+constexpr std::size_t packetSize = 32768;  // the most the kernel puts into one packet of a dump
 
 // Calls visit(attribute) for each attribute between the two ends.
 template <class F>
@@ -92,10 +94,10 @@ NetlinkFdb::Socket NetlinkFdb::open(unsigned groups) {
     return socket;
 }
 
-NetlinkFdb::NetlinkFdb(Quil::EventLoop& loop, Model& model, std::function<void()> onTurn)
+NetlinkFdb::NetlinkFdb(Quil::EventLoop& loop, Model& model, std::function<void()> onLinks)
     : NotifieeConst(loop.clock()),
       model_(model),
-      onTurn_(std::move(onTurn)),
+      onLinks_(std::move(onLinks)),
       events_(open(RTMGRP_NEIGH | RTMGRP_LINK)),
       watch_(loop, mnl_socket_get_fd(events_.get()), [this] { receive(); }) {
     resync();
@@ -105,19 +107,30 @@ NetlinkFdb::~NetlinkFdb() = default;
 
 void NetlinkFdb::receive() {
     constexpr int batch = 256;  // messages a turn, so that the loop's other work goes on
-    std::vector<char> buffer(static_cast<std::size_t>(MNL_SOCKET_BUFFER_SIZE));
+    std::vector<char> buffer(packetSize);
     const int fd = mnl_socket_get_fd(events_.get());
     for (int i = 0; i < batch; ++i) {
-        const ssize_t size = recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
+        const ssize_t size = recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT | MSG_TRUNC);
         if (size < 0 && errno == ENOBUFS) askResync();
         if (size <= 0) break;
+        if (static_cast<std::size_t>(size) > buffer.size()) {
+            askResync();  // a message too long to be read
+            continue;
+        }
         int left = static_cast<int>(size);
         for (auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data()); mnl_nlmsg_ok(message, left);
              message = mnl_nlmsg_next(message, &left)) {
             handle(message);
         }
     }
-    onTurn_();
+}
+
+// What stands in the queue is older than the dump that follows; after an overflow it even lacks what came between.
+void NetlinkFdb::discardEvents() {
+    char byte;
+    const int fd = mnl_socket_get_fd(events_.get());
+    while (recv(fd, &byte, 1, MSG_DONTWAIT) >= 0 || errno == ENOBUFS || errno == EINTR) {
+    }
 }
 
 void NetlinkFdb::askResync() {
@@ -126,17 +139,24 @@ void NetlinkFdb::askResync() {
 
 void NetlinkFdb::onTime() {
     ++resyncs_;
-    resync();
-    onTurn_();
+    try {
+        resync();
+    } catch (const Quil::SystemException& error) {
+        Quil::Trace::handler("Fdb").log(3, [&] { return Quil::String(error.what()); });
+        askResync();  // at the start it is fatal; later it is tried until it works
+    }
 }
 
 void NetlinkFdb::resync() {
     lastResync_ = clock().now();
-    bool whole = dump(RTM_GETLINK, AF_UNSPEC);
+    discardEvents();
     model_.dumpBegins();
+    bool whole = dump(RTM_GETLINK, AF_UNSPEC);
+    onLinks_();
     whole = dump(RTM_GETNEIGH, AF_BRIDGE) && whole;
     if (whole) {
         model_.dumpEnds();
+        onLinks_();
     } else {
         askResync();  // nothing is swept away on the word of half a dump
     }
@@ -144,7 +164,7 @@ void NetlinkFdb::resync() {
 
 bool NetlinkFdb::dump(std::uint16_t type, std::uint8_t family) {
     const Socket socket = open(0);
-    std::vector<char> buffer(dumpBufferSize);
+    std::vector<char> buffer(packetSize);
     nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
     request->nlmsg_type = type;
     request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
@@ -155,23 +175,35 @@ bool NetlinkFdb::dump(std::uint16_t type, std::uint8_t family) {
         static_cast<ndmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ndmsg)))->ndm_family = family;
     }
     if (mnl_socket_sendto(socket.get(), request, request->nlmsg_len) < 0) fail("dump request");
-    bool whole = true;
-    for (;;) {
+    for (bool whole = true;;) {
         const ssize_t size = mnl_socket_recvfrom(socket.get(), buffer.data(), buffer.size());
         if (size < 0 && errno == EINTR) continue;
         if (size < 0) fail("dump");
-        int left = static_cast<int>(size);
-        for (auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data()); mnl_nlmsg_ok(message, left);
-             message = mnl_nlmsg_next(message, &left)) {
-            if (message->nlmsg_flags & NLM_F_DUMP_INTR) whole = false;
-            if (message->nlmsg_type == NLMSG_DONE) return whole;
-            if (message->nlmsg_type == NLMSG_ERROR) {
-                errno = -static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(message))->error;
-                fail("dump");
-            }
-            handle(message);
-        }
+        if (!handleDump(buffer.data(), static_cast<std::size_t>(size), whole)) return whole;
     }
+}
+
+bool NetlinkFdb::handleDump(const void* packet, std::size_t size, bool& whole) {
+    int left = static_cast<int>(size);
+    for (auto* message = static_cast<const nlmsghdr*>(packet); mnl_nlmsg_ok(message, left);
+         message = mnl_nlmsg_next(message, &left)) {
+        if (message->nlmsg_flags & NLM_F_DUMP_INTR) whole = false;
+        if (message->nlmsg_type == NLMSG_DONE) {
+            // The end of a dump may carry an error.
+            std::int32_t error = 0;
+            if (mnl_nlmsg_get_payload_len(message) >= sizeof error) {
+                std::memcpy(&error, mnl_nlmsg_get_payload(message), sizeof error);
+            }
+            whole = whole && error >= 0;
+            return false;
+        }
+        if (message->nlmsg_type == NLMSG_ERROR) {
+            errno = -static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(message))->error;
+            fail("dump");
+        }
+        handle(message);
+    }
+    return true;
 }
 
 void NetlinkFdb::handle(const nlmsghdr* message) {
@@ -195,7 +227,10 @@ void NetlinkFdb::handleLink(const nlmsghdr* message) {
     const auto index = static_cast<std::uint32_t>(info->ifi_index);
     if (message->nlmsg_type == RTM_DELLINK) {
         // A port that leaves its bridge is told of with the family of bridges; only the others mean the device itself.
-        if (info->ifi_family != AF_BRIDGE) model_.linkDel(index);
+        if (info->ifi_family == AF_BRIDGE) return;
+        model_.linkDel(index);
+        onLinks_();
+        askResync();  // the kernel hands permanent entries of a port over without a word
         return;
     }
     if (info->ifi_family == AF_BRIDGE) return;  // port attributes, without the device's own
@@ -206,6 +241,7 @@ void NetlinkFdb::handleLink(const nlmsghdr* message) {
     link.address = attributes.mac(IFLA_ADDRESS);
     link.isVxlan = isVxlan(attributes.at[IFLA_LINKINFO]);
     model_.linkIs(index, link);
+    if (message->nlmsg_seq == 0) onLinks_();  // a notification; after a dump they are told of together
 }
 
 void NetlinkFdb::handleNeighbour(const nlmsghdr* message) {

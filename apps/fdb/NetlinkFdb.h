@@ -21,8 +21,8 @@ namespace Fdb {
 
 class NetlinkFdb : Quil::Clock::NotifieeConst {
  public:
-    // onTurn is called after each batch of changes.
-    NetlinkFdb(Quil::EventLoop& loop, Model& model, std::function<void()> onTurn);
+    // onLinks is called when links have changed, before the entries that name them.
+    NetlinkFdb(Quil::EventLoop& loop, Model& model, std::function<void()> onLinks);
     ~NetlinkFdb() override;
     const Quil::Counter& resyncs() const { return resyncs_; }
 
@@ -36,16 +36,18 @@ class NetlinkFdb : Quil::Clock::NotifieeConst {
 
     static Socket open(unsigned groups);
     void receive();
+    void discardEvents();
     void onTime() override;  // a resynchronisation is due
     void askResync();
     void resync();
-    bool dump(std::uint16_t type, std::uint8_t family);  // false when it was interrupted
+    bool dump(std::uint16_t type, std::uint8_t family);                  // false when it was interrupted
+    bool handleDump(const void* packet, std::size_t size, bool& whole);  // false after the last message
     void handle(const nlmsghdr* message);
     void handleLink(const nlmsghdr* message);
     void handleNeighbour(const nlmsghdr* message);
 
     Model& model_;
-    const std::function<void()> onTurn_;
+    const std::function<void()> onLinks_;
     Quil::Counter resyncs_{"fdbResync"};
     Quil::Seconds lastResync_ = 0;
     const Socket events_;

@@ -30,7 +30,7 @@ class Monitor : public L2Rib::HostOutput::NotifieeConst {
 
     // Mounted, or mounted again: what is there now against what was known.
     void onHost() override {
-        names_ = Apps::InterfaceNames::readFrom(options_.root);
+        names_.refreshFrom(options_.root);
         std::map<Bridging::MacVlanPair, L2Rib::HostAndSource> before;
         before.swap(known_);
         for (const auto& record : notifier()->hosts()) {
@@ -62,6 +62,7 @@ class Monitor : public L2Rib::HostOutput::NotifieeConst {
             known_.erase(key);
         }
         if (!old && !record) return;
+        names_.refreshFrom(options_.root);
         if (old && record && Apps::detailsOf(*old, names_) == Apps::detailsOf(*record, names_)) return;
         if (!synchronised_ && !options_.current) return;
         const char* op = !old ? "add" : record ? "update" : "delete";
@@ -83,23 +84,19 @@ class Monitor : public L2Rib::HostOutput::NotifieeConst {
         line.update(Apps::keyOf(record ? *record : *old));
         if (record) line.update(Apps::detailsOf(*record, names_));
         if (old) line["old"] = Apps::detailsOf(*old, names_);
-        std::cout << line.dump() << std::endl;
+        std::cout << Apps::textOf(line) << std::endl;
     }
 
     void syncDone() {
         if (options_.json) {
             const Apps::Json line{{"schema", 1}, {"op", "sync-done"}, {"seq", sequence()}, {"rows", known_.size()}};
-            std::cout << line.dump() << std::endl;
+            std::cout << Apps::textOf(line) << std::endl;
         } else {
             std::cout << timeNow() << " sync-done " << known_.size() << " rows" << std::endl;
         }
     }
 
-    // The producer names a new interface right after its first host.
-    Apps::HostView view(const L2Rib::HostAndSource& record) {
-        names_ = Apps::InterfaceNames::readFrom(options_.root);
-        return Apps::viewOf(record, names_);
-    }
+    Apps::HostView view(const L2Rib::HostAndSource& record) { return Apps::viewOf(record, names_); }
     std::uint64_t sequence() const { return notifier()->hostControl().sequence(); }
 
     const Options& options_;

@@ -17,7 +17,9 @@ void waitUntilReadable(HostTable& table, const std::string& root) {
     const auto& map = table.hosts->hostControl();
     while (!map.isReadable()) {
         if (table.loop.clock()->now() >= deadline) {
-            throw Quil::SystemException(Quil::cat("no table ", map.name(), " under ", root));
+            const bool writerLives = SharedMem::FenixFile::writerLives(map.directory());
+            throw Quil::SystemException(Quil::cat(writerLives ? "the agent does not answer for table " : "no table ",
+                                                  map.name(), " under ", root));
         }
         table.loop.runOnce(0.05);
     }
@@ -41,6 +43,7 @@ void print(const std::vector<Apps::HostView>& rows) {
 }  // namespace
 
 int hostShow(const Options& options) {
+    if (options.current) throw Quil::RangeException("is for monitor only", "--current");
     const HostSelectors selectors(options.words);
     HostTable table(options.root);
     table.mount();
@@ -61,12 +64,15 @@ int hostShow(const Options& options) {
             rows.push_back(Apps::keyOf(record));
             rows.back().update(Apps::detailsOf(record, names));
         }
-        std::cout << Apps::Json{{"schema", 1}, {"table", "host"}, {"rows", rows}, {"total", records.size()}}.dump()
-                  << "\n";
+        const Apps::Json all{{"schema", 1}, {"table", "host"}, {"rows", rows}, {"total", records.size()}};
+        std::cout << Apps::textOf(all) << "\n";
     } else {
         std::vector<Apps::HostView> rows;
         for (const auto& record : records) rows.push_back(Apps::viewOf(record, names));
         print(rows);
+    }
+    if (std::fflush(stdout) != 0 || !std::cout.flush()) {
+        throw Quil::SystemException("standard output cannot be written");
     }
     return records.empty() ? exitNoMatch : exitFound;
 }

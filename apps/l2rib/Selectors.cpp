@@ -1,5 +1,7 @@
 #include "l2rib/Selectors.h"
 
+#include <algorithm>
+
 #include "common/Names.h"
 
 namespace Tool {
@@ -12,6 +14,9 @@ HostSelectors::HostSelectors(const std::vector<std::string>& words) {
         }
         if (i + 1 == words.size()) throw Quil::RangeException("needs a value", selector);
         const std::string& value = words[i + 1];
+        if (std::count(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(i), selector) > 0) {
+            throw Quil::RangeException("is given twice", selector);
+        }
         Quil::atField((selector + " " + value).c_str(), [&] {
             if (selector == "vlan") vlan_ = Bridging::VlanId(value);
             if (selector == "mac") mac_ = Lanx::EthAddr(value);

@@ -30,7 +30,8 @@ Fdb::Settings settingsOf(const Options& options) {
     Fdb::Settings settings;
     for (const std::string& vlan : options.vlans) {
         const auto equals = vlan.find('=');
-        if (equals == std::string::npos) throw Quil::RangeException("is not BRIDGE=VLAN", "--vlan " + vlan);
+        if (equals == std::string::npos || equals == 0)
+            throw Quil::RangeException("is not BRIDGE=VLAN", "--vlan " + vlan);
         Quil::atField(("--vlan " + vlan).c_str(), [&] {
             settings.vlanOfBridge[vlan.substr(0, equals)] = Bridging::VlanId(vlan.substr(equals + 1)).value();
         });
@@ -87,12 +88,14 @@ class Agentd {
 
     void startProducer() {
         if (options_.fdb == "kernel") {
+            if (!options_.vxlans.empty()) throw Quil::RangeException("is for files only", "--vxlan");
             kernel_ = std::make_unique<Fdb::NetlinkFdb>(loop_, model_, [this] { publishInterfaces(); });
             return;
         }
         std::ifstream file(options_.fdb);
         std::ostringstream text;
-        if (!file || !(text << file.rdbuf())) throw Quil::RangeException("cannot be read", "--fdb " + options_.fdb);
+        if (file) text << file.rdbuf();
+        if (!file.is_open() || file.bad()) throw Quil::RangeException("cannot be read", "--fdb " + options_.fdb);
         const std::set<Quil::String> vxlans(options_.vxlans.begin(), options_.vxlans.end());
         Quil::atField(("--fdb " + options_.fdb).c_str(), [&] {
             Fdb::loadJson(text.str(), vxlans, model_, [&](const auto& what) { say(options_.fdb + ": " + what); });

@@ -47,8 +47,8 @@ void Files::makeDirectories(const Quil::String& path) {
     for (std::size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
         const Quil::String part = path.substr(0, slash);
         attempt("mkdir", part, [&] {
-            const int result = mkdir(part.c_str(), tableDirectoryMode);
-            return result < 0 && errno == EEXIST ? 0 : result;
+            if (mkdir(part.c_str(), tableDirectoryMode) == 0) return chmod(part.c_str(), tableDirectoryMode);
+            return errno == EEXIST ? 0 : -1;
         });
         if (slash == path.npos) return;
     }

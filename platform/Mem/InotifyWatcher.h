@@ -10,7 +10,8 @@ namespace Mem {
 
 class L2RIB_EXPORT InotifyWatcher {
  public:
-    // A directory that cannot be watched (it is not there, or the user's instances have run out) gives a watcher that never calls: active() is false.
+    // A directory that cannot be watched (it is not there, or the user's instances have run out) gives a watcher that
+    // never calls: active() is false.
     InotifyWatcher(Quil::EventLoop& loop, const Quil::String& directory, std::function<void()> onChange);
     bool active() const { return watch_ != nullptr; }
 

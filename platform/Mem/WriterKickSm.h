@@ -44,8 +44,8 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
     void remove();  // the socket's name, at cleanup
 
  private:
-    static constexpr int packetsPerTurn = 64;          // of one reader
-    static constexpr Quil::Seconds acceptPause = 1;     // when descriptors ran out
+    static constexpr int packetsPerTurn = 64;        // of one reader
+    static constexpr Quil::Seconds acceptPause = 1;  // when descriptors ran out
     void listen();
     void onTime() override { listen(); }
     void accept();

@@ -2,7 +2,8 @@
 //
 // An enumeration states itself once, beside its declaration:
 //   constexpr auto fwkEnum(Colour) { return Quil::enumTable("Paint::Colour", {{red, "red"}, {blue, "blue"}}); }
-// and gives its services a name in its own namespace: stringValue(x), operator<<, ColourInstance(7), ColourInstance("red").
+// and gives its services a name in its own namespace: stringValue(x), operator<<, ColourInstance(7),
+// ColourInstance("red").
 #pragma once
 
 #include <array>

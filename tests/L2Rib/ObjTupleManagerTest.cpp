@@ -51,7 +51,8 @@ TEST(ObjTupleManagerDeathTest, MisuseStopsTheProcess) {
                  "src-includes/L2Rib/L2RibUtil: .*`inputToOutput\\( otas \\) == Util::objTupleInvalid\\(\\)'");
     manager->newOutputOt(input(2));
     EXPECT_DEATH(manager->newOutputOt(input(3)), "newOutputOt.*`current\\(\\) <= last\\(\\)'");
-    EXPECT_DEATH(manager->delOutputOt(ObjTuple()), "`ot != Util::objTupleInvalid\\(\\) && ot.objId\\(\\) < current\\(\\)'");
+    EXPECT_DEATH(manager->delOutputOt(ObjTuple()),
+                 "`ot != Util::objTupleInvalid\\(\\) && ot.objId\\(\\) < current\\(\\)'");
     EXPECT_DEATH(manager->delOutputOt(output(3)), "ot.objId\\(\\) < current\\(\\)'");
     EXPECT_DEATH(manager->restoreMapping(input(4), output(3)), "`ot.objId\\(\\) < current\\(\\)'");
     manager->delOutputOt(output(1));

@@ -17,11 +17,13 @@ const Bridging::MacVlanPair key("02:aa:aa:aa:aa:01/10");
 
 TEST(Host, TellsTheDefaultFromAnyChange) {
     EXPECT_TRUE(!Host());
-    const std::function<void(Host&)> changes[] = {
-        [](Host& h) { h.keyIs(key); },           [](Host& h) { h.seqNoIs(Keel::Seqno32(1)); },
-        [](Host& h) { h.preferenceIs(1); },      [](Host& h) { h.lastMoveTimeIs(0.5); },
-        [](Host& h) { h.nextIs(dest(1)); },      [](Host& h) { h.entryTypeIs(Bridging::entryTypeStatic); },
-        [](Host& h) { h.ciDestIs(CiDest(destTypeCpu)); }};
+    const std::function<void(Host&)> changes[] = {[](Host& h) { h.keyIs(key); },
+                                                  [](Host& h) { h.seqNoIs(Keel::Seqno32(1)); },
+                                                  [](Host& h) { h.preferenceIs(1); },
+                                                  [](Host& h) { h.lastMoveTimeIs(0.5); },
+                                                  [](Host& h) { h.nextIs(dest(1)); },
+                                                  [](Host& h) { h.entryTypeIs(Bridging::entryTypeStatic); },
+                                                  [](Host& h) { h.ciDestIs(CiDest(destTypeCpu)); }};
     for (const auto& change : changes) {
         Host host;
         change(host);
@@ -61,14 +63,14 @@ TEST(Label, PrintsAndParsesWhole) {
         Label("Value('L2Rib::Label', ** {'key': 1, 'label': 8388609, 'next': x})");
         FAIL();
     } catch (const Quil::RangeException& error) {
-        EXPECT_STREQ(error.what(),
-                     "label: MplsLabel::value < MplsLabel::min or > MplsLabel::luWithdraw not allowed");
+        EXPECT_STREQ(error.what(), "label: MplsLabel::value < MplsLabel::min or > MplsLabel::luWithdraw not allowed");
     }
 }
 
 TEST(RecordsDeathTest, CollectionsHaveNoText) {
     const auto text = Quil::valueToStrep(Host(key));
-    EXPECT_DEATH(Host{text}, "src-includes/L2Rib/L2RibMemtab: .*`!\"No String constructor for CiDest - has collection\"'");
+    EXPECT_DEATH(Host{text},
+                 "src-includes/L2Rib/L2RibMemtab: .*`!\"No String constructor for CiDest - has collection\"'");
     EXPECT_DEATH(LoadBalance{""}, "`!\"No String constructor for LoadBalance - has collection\"'");
     EXPECT_DEATH(LoadBalanceAndSource{Quil::valueToStrep(LoadBalanceAndSource(LoadBalanceId(1)))}, "LoadBalance - has");
     // The fields before it are parsed first.
@@ -101,7 +103,8 @@ TEST(CiDestDeathTest, TwoCpuDestinationsCannotBeCompared) {
 
 LoadBalance group(int members) {
     LoadBalance lb(LoadBalanceId(1));
-    for (int i = 0; i < members; ++i) lb.nextIs(EcmpIndex(static_cast<std::uint8_t>(i)), dest(100 + static_cast<std::uint64_t>(i)));
+    for (int i = 0; i < members; ++i)
+        lb.nextIs(EcmpIndex(static_cast<std::uint8_t>(i)), dest(100 + static_cast<std::uint64_t>(i)));
     return lb;
 }
 
@@ -142,7 +145,9 @@ TEST(PodArray, SetRefusesTooMany) {
         lb.nextIs(17, tuples);
         FAIL();
     } catch (const Quil::InvalidSizeException& error) {
-        EXPECT_EQ(std::string(error.what()).find("PodArray::set expected size <= 16, instead got 17. Buffer is at address: 0x"), 0u);
+        EXPECT_EQ(std::string(error.what())
+                      .find("PodArray::set expected size <= 16, instead got 17. Buffer is at address: 0x"),
+                  0u);
         EXPECT_NE(std::string(error.what()).find(" with contents: 01 00 00 00"), std::string::npos);
     }
 }

@@ -57,8 +57,9 @@ TEST(ObjTuple, OrdersByIdentifierThenSignedTableTypeThenUnsignedSource) {
 
 TEST(ObjTupleDeathTest, StopsWhenAskedForAnotherTablesIdentifier) {
     EXPECT_EQ(dest7.destId(), DestId(7));
-    EXPECT_DEATH(dest7.lbId(), "src-includes/L2Rib/L2Rib: .*lbId.*: Assertion `tableType\\(\\) == "
-                               "tableTypeLoadBalance_' failed\\.");
+    EXPECT_DEATH(dest7.lbId(),
+                 "src-includes/L2Rib/L2Rib: .*lbId.*: Assertion `tableType\\(\\) == "
+                 "tableTypeLoadBalance_' failed\\.");
     EXPECT_DEATH(dest7.labelId(), "`tableType\\(\\) == tableTypeLabel_'");
     EXPECT_DEATH(ObjTuple().destId(), "`tableType\\(\\) == tableTypeDest_'");
 }

@@ -27,9 +27,9 @@ TEST(Files, HaveTheDocumentedBytes) {
     EXPECT_EQ(slots.substr(0, 8), "MEMTBSLT");
     EXPECT_STREQ(slots.c_str() + 20, "test::Item");
     EXPECT_STREQ(slots.c_str() + 84, "test::Table");
-    const std::map<std::size_t, std::uint32_t> header = {
-        {8, 12},  {12, 0x1234}, {16, 1}, {148, 20}, {152, 40}, {156, 16}, {160, 2},
-        {168, 1}, {172, 1},     {176, 4}, {184, 0}, {188, 4}};
+    const std::map<std::size_t, std::uint32_t> header = {{8, 12},   {12, 0x1234}, {16, 1},  {148, 20},
+                                                         {152, 40}, {156, 16},    {160, 2}, {168, 1},
+                                                         {172, 1},  {176, 4},     {184, 0}, {188, 4}};
     for (const auto& [at, value] : header) EXPECT_EQ(u32(slots, at), value) << "at " << at;
     // Slot 0 holds the entry: rhash of 5 with its bits reversed, at the end of the chain of bucket 1 (5 modulo 4).
     EXPECT_EQ(u32(slots, 232 + 4) & 0x80000000u, 0x80000000u);
@@ -79,7 +79,8 @@ struct Damage {
 };
 
 template <class Header>
-std::string verdict(std::string bytes, std::size_t at, std::uint32_t value, std::size_t size, std::uint32_t wantedFenix) {
+std::string verdict(std::string bytes, std::size_t at, std::uint32_t value, std::size_t size,
+                    std::uint32_t wantedFenix) {
     std::memcpy(bytes.data() + at, &value, 4);
     alignas(8) static char memory[4096];
     std::memcpy(memory, bytes.data(), bytes.size());
@@ -135,7 +136,8 @@ TEST(SlotTable, RefusesTypeNamesThatDoNotFit) {
         ScratchDir scratch;
         Mem::SharedDirectory directory(scratch.path());
         Item item;
-        const Memtab::SlotTable::Format stored{std::string(valueName, 'v'), std::string(className, 'c'), sizeof(Item), &item};
+        const Memtab::SlotTable::Format stored{std::string(valueName, 'v'), std::string(className, 'c'), sizeof(Item),
+                                               &item};
         TestTable<GoodOps>::Writer writer(Quil::Trace::handler("test"), "t", sized(16), stored);
         try {
             writer.attach(directory, 1);

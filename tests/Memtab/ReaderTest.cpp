@@ -183,7 +183,8 @@ TEST(MemtabReader, SurvivesDamageOfEveryBit) {
             for (std::uint32_t n = 0; n < 16; ++n) reader.lookup(NumberKey{n}, found);
             TestTable<GoodOps>::Reader::IterHint hint;
             unsigned steps = 0;
-            for (bool more = reader.first(item, hint); more && ++steps < 1000;) more = reader.next(item.key, item, hint);
+            for (bool more = reader.first(item, hint); more && ++steps < 1000;)
+                more = reader.next(item.key, item, hint);
             EXPECT_LT(steps, 1000u) << "the walk goes round";
             std::vector<std::uint32_t> slots;
             queue.skipToEnd();
@@ -223,7 +224,8 @@ TEST(MemtabReader, SurvivesDamageOfEveryBit) {
     EXPECT_GT(answered, 1u);
     EXPECT_GT(refused, 100u);
     EXPECT_GT(corrupt, 10u);
-    std::cout << "  " << tried << " images: " << answered << " answered, " << corrupt << " corrupt, " << refused << " refused\n";
+    std::cout << "  " << tried << " images: " << answered << " answered, " << corrupt << " corrupt, " << refused
+              << " refused\n";
 }
 
 TEST(MemtabReader, ALoopOfLinksEndsWithTheCycleMessage) {

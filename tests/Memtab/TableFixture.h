@@ -26,9 +26,12 @@ struct Item {
     std::uint32_t filler[3] = {};  // functions of the two
 
     Item() = default;
-    Item(std::uint32_t number, std::uint32_t g) : key{number}, generation(g), filler{number ^ g, number + g, number * 3 + g} {}
+    Item(std::uint32_t number, std::uint32_t g)
+        : key{number}, generation(g), filler{number ^ g, number + g, number * 3 + g} {}
     NumberKey fwkKey() const { return key; }
-    bool isWhole() const { return std::memcmp(this, &static_cast<const Item&>(Item(key.number, generation)), sizeof *this) == 0; }
+    bool isWhole() const {
+        return std::memcmp(this, &static_cast<const Item&>(Item(key.number, generation)), sizeof *this) == 0;
+    }
 };
 
 using GoodOps = Memtab::Ops<NumberKey, Item>;

@@ -46,8 +46,7 @@ TEST(NetworkValues, ReadAndPrintTheirTexts) {
         {label, "8388608", "8388608"},
         {label, "8388609", labelError},
         {tunnel, "281474976710655", "281474976710655"},
-        {tunnel, "281474976710656",
-         "! TunnelId::value < TunnelId::minValue or > TunnelId::maxValue not allowed"},
+        {tunnel, "281474976710656", "! TunnelId::value < TunnelId::minValue or > TunnelId::maxValue not allowed"},
         {intf, "Ethernet7", "Ethernet7"},
         {intf, "DynamicTunnel281474976710656", "DynamicTunnel281474976710656"},
         {intf, "None", "None"},
@@ -94,9 +93,9 @@ TEST(AttrLog, WritesNetworkOrderAndReadsItBack) {
     log.write(Quil::String("ab"));
     log.write(true);
     log.write(L2Rib::EcmpIndex(15));
-    const std::vector<std::uint8_t> expected = {1, 2, 3, 4, 5, 6, 7, 8, 0, 0, 0, 3,                          //
-                                                0, 10, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,          //
-                                                0, 0, 0, 2, 'a', 'b', 1, 15};
+    const std::vector<std::uint8_t> expected = {1, 2,  3, 4, 5,   6,   7, 8, 0, 0, 0, 3,                 //
+                                                0, 10, 0, 0, 2,   0,   0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  //
+                                                0, 0,  0, 2, 'a', 'b', 1, 15};
     EXPECT_EQ(log.bytes(), expected);
     Quil::AttrLogReader reader(log.bytes());
     EXPECT_EQ(reader.get<L2Rib::ObjTuple>().str(), "(Dest 72623859790382856)");

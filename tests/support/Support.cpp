@@ -35,9 +35,10 @@ std::string seedNote(unsigned seed) { return Quil::cat("rerun with L2RIB_TEST_SE
 
 Child::Child(const std::vector<std::string>& command) {
     std::vector<std::string> words;
-    std::istringstream emulator(L2RIB_TEST_EMULATOR);
+    const bool ours = command[0][0] != '/';  // else a program of the system, by its path
+    std::istringstream emulator(ours ? L2RIB_TEST_EMULATOR : "");
     for (std::string word; std::getline(emulator, word, ';');) words.push_back(word);
-    words.push_back(std::string(L2RIB_TEST_BIN) + "/" + command[0]);
+    words.push_back(ours ? std::string(L2RIB_TEST_BIN) + "/" + command[0] : command[0]);
     words.insert(words.end(), command.begin() + 1, command.end());
     std::vector<char*> argv;
     for (auto& word : words) argv.push_back(word.data());
