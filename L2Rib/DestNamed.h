@@ -50,7 +50,6 @@ class DestNamed : public Table<Derived, Record, DestId> {
 
  protected:
     using Base::Base;
-    friend Base;
 };
 
 }  // namespace L2Rib

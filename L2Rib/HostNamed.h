@@ -50,7 +50,6 @@ class HostNamed : public Table<Derived, Record, Bridging::MacVlanPair> {
 
  protected:
     using Base::Base;
-    friend Base;
 };
 
 }  // namespace L2Rib

@@ -50,7 +50,6 @@ class LabelNamed : public Table<Derived, Record, LabelId> {
 
  protected:
     using Base::Base;
-    friend Base;
 };
 
 }  // namespace L2Rib

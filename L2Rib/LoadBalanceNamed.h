@@ -50,7 +50,6 @@ class LoadBalanceNamed : public Table<Derived, Record, LoadBalanceId> {
 
  protected:
     using Base::Base;
-    friend Base;
 };
 
 }  // namespace L2Rib

@@ -24,7 +24,7 @@ class Table : public Quil::Entity {
     using Record = RecordType;
     using Key = KeyType;
     using Wrapper = QuilMemtab::QuilMemtabMapValueWrapper<Record, Key, &Record::key>;
-    using Map = QuilMemtab::QuilMemtabMap<Derived, Wrapper, Key, Memtab::Ops<Key, Wrapper>>;
+    using Map = QuilMemtab::QuilMemtabMap<Table, Wrapper, Key, Memtab::Ops<Key, Wrapper>>;
 
     // What a notifiee of a table answers; the named classes turn it into onHost(key) and the like.
     class NotifieeBase : public Quil::Notifiee<Derived, NotifieeBase> {
@@ -90,8 +90,8 @@ class Table : public Quil::Entity {
           delCounter_(Quil::cat(Derived::fwkCollection, "Del")),
           notifyCounter_(Quil::cat(Derived::fwkCollection, "Notify")),
           map_(Memtab::SlotTable::Format{Record::fwkFields().typeName, Derived::fwkTypeName}) {
-        map_.entity(Derived::fwkCollection, static_cast<Derived*>(this), &Derived::notifyKey,
-                    &Derived::notifyCollection, &Derived::notifyMountStatus);
+        map_.entity(Derived::fwkCollection, this, &Table::notifyKey, &Table::notifyCollection,
+                    &Table::notifyMountStatus);
     }
 
     void handleParent(Quil::Entity*) override { map_.handleParent(); }

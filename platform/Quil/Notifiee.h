@@ -58,33 +58,33 @@ class Notifiee {
     Notifiee(const Notifiee&) = delete;
     Notifiee& operator=(const Notifiee&) = delete;
     virtual ~Notifiee() {
-        if (registered_) notifier_->fwkNotifiees().detach(static_cast<Derived*>(this));
+        if (self_) notifier_->fwkNotifiees().detach(self_);
     }
 
     const Ptr<const Watched>& notifier() const { return notifier_; }
     // Watches this entity from now on (null: none) and keeps it alive meanwhile.
     virtual void notifierIs(const Ptr<const Watched>& notifier) {
-        const bool registered = registered_ || !notifier_;
+        const bool registered = self_ || !notifier_;
         isRegisteredNotifieeIs(false);
         notifier_ = notifier;
         isRegisteredNotifieeIs(registered);
     }
     // Enters or leaves the entity's list without letting go of the entity.
-    bool isRegisteredNotifiee() const { return registered_; }
+    bool isRegisteredNotifiee() const { return self_ != nullptr; }
     virtual void isRegisteredNotifieeIs(bool registered) {
         registered = registered && notifier_;
-        if (registered == registered_) return;
-        registered_ = registered;
+        if (registered == isRegisteredNotifiee()) return;
         if (registered) {
-            notifier_->fwkNotifiees().attach(static_cast<Derived*>(this));
+            self_ = static_cast<Derived*>(this);
+            notifier_->fwkNotifiees().attach(self_);
         } else {
-            notifier_->fwkNotifiees().detach(static_cast<Derived*>(this));
+            notifier_->fwkNotifiees().detach(std::exchange(self_, nullptr));
         }
     }
 
  private:
     Ptr<const Watched> notifier_;
-    bool registered_ = false;
+    Derived* self_ = nullptr;  // in the list; kept, since the destructor is no Derived any more
 };
 
 }  // namespace Quil
