@@ -126,9 +126,9 @@ TEST_F(MountTest, ReaderServesADeadWritersTableAndFollowsItsReturn) {
 // The judgement of the engine: every kind of reader beside a writer at full speed, growing from its first size.
 TEST_F(MountTest, ReadersAtFullSpeedSeeNoTornNoMissingNoInventedRecord) {
     const std::string seconds = Quil::cat(3 * test::scale()), root = scratch.path();
-    test::Child writer({"l2rib-test-peer", "write", root, seconds, "500", "20000"});
+    test::Child writer({"l2rib-test-peer", "write", root, seconds, "500", "30000"});
     ASSERT_EQ(writer.readLine(), "ready");
-    test::Child lookup({"l2rib-test-peer", "lookup", root, seconds, "500", "20000"});
+    test::Child lookup({"l2rib-test-peer", "lookup", root, seconds, "500", "30000"});
     test::Child walk({"l2rib-test-peer", "walk", root, seconds, "500"});
     test::Child follow({"l2rib-test-peer", "follow", root});
     EXPECT_EQ(lookup.wait(), 0) << lookup.rest();

@@ -127,7 +127,9 @@ int walk(const std::string& root, double seconds, std::uint32_t stable) {
 
 struct Follower : L2Rib::HostOutput::NotifieeConst {
     std::map<Bridging::MacVlanPair, std::uint32_t> known;
+    std::uint64_t calls = 0;
     void onHost(const Bridging::MacVlanPair& key) override {
+        ++calls;
         L2Rib::HostAndSource record;
         if (notifier()->host(key, record)) {
             if (!test::isWhole(record)) Table::fail("a torn record: " + record.str());
@@ -145,7 +147,11 @@ int follow(const std::string& root) {
     std::cout << "ready" << std::endl;
     const auto done = [&] { return follower.known[test::keyOf(0)] == 0xffffffffu; };
     if (!test::turnUntil(t.loop, done, 120)) t.fail("the last change was never told");
-    for (const double end = t.now() + 0.5; t.now() < end;) t.loop.runOnce(0.05);
+    // Until nothing more is told for a while.
+    for (std::uint64_t before = 0; before != follower.calls;) {
+        before = follower.calls;
+        for (const double end = t.now() + 0.5; t.now() < end;) t.loop.runOnce(0.05);
+    }
     for (const auto& [key, generation] : follower.known) std::cout << key.str() << " " << generation << "\n";
     return 0;
 }

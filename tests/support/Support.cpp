@@ -37,7 +37,7 @@ Child::Child(const std::vector<std::string>& command) {
     std::vector<std::string> words;
     const bool ours = command[0][0] != '/';  // else a program of the system, by its path
     std::istringstream emulator(ours ? L2RIB_TEST_EMULATOR : "");
-    for (std::string word; std::getline(emulator, word, ';');) words.push_back(word);
+    for (std::string word; emulator >> word;) words.push_back(word);
     words.push_back(ours ? std::string(L2RIB_TEST_BIN) + "/" + command[0] : command[0]);
     words.insert(words.end(), command.begin() + 1, command.end());
     std::vector<char*> argv;
