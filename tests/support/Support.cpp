@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -45,13 +46,13 @@ Child::Child(const std::vector<std::string>& command) {
     argv.push_back(nullptr);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) std::abort();
-    pid_ = fork();
-    if (pid_ == 0) {
-        dup2(ends[1], 1);
-        dup2(ends[1], 2);
-        execvp(argv[0], argv.data());
-        _exit(127);
-    }
+    // Spawned: a fork would not return under the emulator of 32-bit builds.
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], 2);
+    if (posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), environ) != 0) std::abort();
+    posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
     out_ = ends[0];
 }

@@ -57,7 +57,7 @@ class Child {
 // Runs to the end; returns the exit status and the output.
 std::pair<int, std::string> run(const std::vector<std::string>& command);
 
-// The user-mode emulator of 32-bit builds does not start threads.
+// The user-mode emulator of 32-bit builds starts no threads.
 constexpr bool hasThreads = sizeof(L2RIB_TEST_EMULATOR) == 1;
 
 // Turns the loop until the condition holds; false after the time.
