@@ -28,9 +28,9 @@ class L2RIB_EXPORT MacVlanPair : public Quil::Value<MacVlanPair> {
 
  private:
     Lanx::EthAddr ethAddr_;
-    std::uint16_t zero0_ = 0;
+    [[maybe_unused]] std::uint16_t zero0_ = 0;
     VlanId vlanId_;
-    std::uint16_t zero1_ = 0;
+    [[maybe_unused]] std::uint16_t zero1_ = 0;
 };
 static_assert(sizeof(MacVlanPair) == 12);
 

@@ -23,7 +23,11 @@ struct Table {
     Quil::EventLoop loop;
     Corestore::EntityManager em;
     Quil::Ptr<L2Rib::HostOutput> hosts = L2Rib::hostOutputFactory("host");
-    Table(const std::string& root, QuilMemtab::QuilMemtabType mode) : em(loop, root) {
+    // A follower watches from before the mount: it is told of every host there is.
+    Table(const std::string& root, QuilMemtab::QuilMemtabType mode,
+          L2Rib::HostOutput::NotifieeConst* follower = nullptr)
+        : em(loop, root) {
+        if (follower) follower->notifierIs(hosts);
         em.mount("l2rib/output", hosts, L2Rib::TableInfo().hostOutputInfo(mode));
         if (!test::turnUntil(loop, [&] { return hosts->hostControl().isReadable(); })) fail("cannot mount the table");
     }
@@ -141,9 +145,8 @@ struct Follower : L2Rib::HostOutput::NotifieeConst {
 };
 
 int follow(const std::string& root) {
-    Table t(root, QuilMemtab::reader);
     Follower follower;
-    follower.notifierIs(t.hosts);
+    Table t(root, QuilMemtab::reader, &follower);
     std::cout << "ready" << std::endl;
     const auto done = [&] { return follower.known[test::keyOf(0)] == 0xffffffffu; };
     if (!test::turnUntil(t.loop, done, 120)) t.fail("the last change was never told");
