@@ -40,7 +40,8 @@ class L2RIB_EXPORT ReaderSm : Mem::ReaderKickSm::Handler, Quil::Clock::NotifieeC
     };
 
     ReaderSm(Quil::Trace& debug, Quil::EventLoop& loop, Quil::String directory, Quil::String readerName, Front& front);
-    void start() { tryMount(); }
+    // Begins with the next turn of the loop: who watches the table by then is told of everything in it.
+    void start() { wakeIn(0); }
     void detach();
     State state() const { return state_; }
 

@@ -8,5 +8,6 @@ file(WRITE ${CMAKE_BINARY_DIR}/L2RibConfig.cmake "include(\${CMAKE_CURRENT_LIST_
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/L2RibConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/L2RibConfig.cmake ${CMAKE_BINARY_DIR}/L2RibConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/L2Rib)
+file(RELATIVE_PATH L2RIB_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)  # wherever it is installed to
 configure_file(cmake/l2rib.pc.in ${CMAKE_BINARY_DIR}/l2rib.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/l2rib.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
