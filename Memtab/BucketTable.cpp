@@ -23,9 +23,7 @@ bool Header::validate(Quil::Trace& debug, std::uint64_t size, FenixId wantedFeni
     if (size < sizeof(Header)) {
         reason = cat("BucketTable::Header::validate() bad header file size: ", size);
     } else if (std::memcmp(magic, magicText, 8) != 0) {
-        std::uint64_t found;
-        std::memcpy(&found, magic, 8);
-        reason = cat("BucketTable::Header::validate() bad magic: ", hex(found));
+        reason = cat("BucketTable::Header::validate() bad magic: ", hex(magicNumber(magic)));
     } else if (load32(version) != currentVersion) {
         reason = cat("BucketTable::Header::validate() bad version: ", load32(version));
     } else if (wantedFenix != 0 && load32(fenix) != wantedFenix) {

@@ -13,14 +13,6 @@ using Mem::Atomics::store32;
 using Quil::cat;
 using Quil::hex;
 
-namespace {
-std::uint64_t magicNumber(const void* bytes) {
-    std::uint64_t number;
-    std::memcpy(&number, bytes, 8);
-    return number;
-}
-}  // namespace
-
 void Header::format(FenixId fenixId, std::uint32_t capacity) {
     std::memcpy(magic, magicText, 8);
     store32(version, currentVersion);

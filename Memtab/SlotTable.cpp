@@ -18,12 +18,6 @@ using Quil::hex;
 
 constexpr int errorLevel = 1;
 
-std::uint64_t magicNumber(const void* bytes) {
-    std::uint64_t number;
-    std::memcpy(&number, bytes, 8);
-    return number;
-}
-
 std::uint32_t fieldHash(const Mem::Word32& field) {
     const std::uint32_t value = load32(field);
     return Verro::Util::hash(&value, 4);

@@ -32,6 +32,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 #include "Mem/Atomics.h"
 #include "Quil/Trace.h"
@@ -51,6 +52,13 @@ constexpr std::uint32_t maxIndex = 0x7FFFFFFFu;   // slots of a table at the ver
 // The state word of a slot; the bits above count rewrites.
 constexpr std::uint32_t occupied = 1;
 constexpr std::uint32_t lookaside = 2;
+
+// The eight magic bytes of a file as the one number that messages show in hexadecimal.
+inline std::uint64_t magicNumber(const void* bytes) {
+    std::uint64_t number;
+    std::memcpy(&number, bytes, 8);
+    return number;
+}
 
 namespace SlotTable {
 

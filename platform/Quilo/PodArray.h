@@ -1,7 +1,8 @@
 // PodArray.h: an array of fixed capacity, stored inline: a 32-bit count and N slots, so that a record stays flat.
 //
-// Holes may stand inside the array, never at its end. Slots beyond the count may hold old bytes; nothing looks at them.
-// A record read from shared memory may carry any count: walking past N raises the index type's range exception.
+// Removal may leave holes inside the array, never at its end; what is set stands as it was given. Slots beyond the
+// count may hold old bytes; nothing looks at them. A record read from shared memory may carry any count: walking past N
+// raises the index type's range exception.
 #pragma once
 
 #include <cstdint>
