@@ -1,12 +1,10 @@
 #include "Memtab/BucketTable.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "Memtab/Compatibility.h"
 #include "Verro/Exception.h"
-#include "Verro/Hash.h"
 
 namespace Memtab {
 
@@ -42,14 +40,6 @@ bool Header::validate(Quil::Trace& debug, std::uint64_t size, FenixId wantedFeni
     }
     debug.log(1, [&] { return reason; });
     return false;
-}
-
-std::uint32_t endNaming(std::uint32_t bucket, std::uint32_t numBuckets) {
-    const int bits = std::countr_zero(numBuckets);
-    if (bucket == numBuckets - 1) return endOfList;
-    // Count upwards in bit-reversed order: the bucket's number reversed in its width, plus one, reversed back.
-    const std::uint32_t position = Verro::Util::reverse(bucket) >> (32 - bits);
-    return (Verro::Util::reverse(position + 1) >> (32 - bits)) | endOfChain;
 }
 
 }  // namespace BucketTable
@@ -107,6 +97,7 @@ void BucketReaderTable::readCount() {
     const std::uint64_t room = segment_->size() < sizeof(BucketTable::Header) ? 0 : (segment_->size() - 64) / 8;
     const std::uint64_t mapped = std::min<std::uint64_t>(room, endOfChain);
     numBuckets_ = std::bit_floor(std::min(count_.value(), static_cast<std::uint32_t>(mapped)));
+    rhashMask_ = BucketTable::rhashMask(numBuckets_);
 }
 
 const Mem::Word64& BucketReaderTable::operator[](std::uint32_t bucket) const {

@@ -14,6 +14,7 @@
 // The walk goes in bit-reversed bucket order, so that the whole table is one list in ascending rhash order.
 #pragma once
 
+#include <bit>
 #include <memory>
 
 #include "Mem/Segment.h"
@@ -39,10 +40,28 @@ struct L2RIB_EXPORT Header {
 };
 static_assert(sizeof(Header) == 64 && offsetof(Header, fenix) == 12 && offsetof(Header, count) == 24);
 
+// The bits of reversed hashes in which the keys of one bucket agree.
+constexpr std::uint32_t rhashMask(std::uint32_t numBuckets) {
+    return numBuckets > 1 ? ~std::uint32_t(0) << (32 - std::countr_zero(numBuckets)) : 0;
+}
+
 constexpr std::uint64_t fileSize(std::uint32_t buckets) { return 64 + std::uint64_t(buckets) * 8; }
 
-// The bucket after this one in the walk of a table of so many buckets, as the end of a chain names it.
-std::uint32_t endNaming(std::uint32_t bucket, std::uint32_t numBuckets);
+// The bucket after this one in the walk of a table of so many buckets: its number, read with the lowest bit first, plus
+// one. At least numBuckets after the last one.
+constexpr std::uint32_t following(std::uint32_t bucket, std::uint32_t numBuckets) {
+    // The carry runs downwards from the highest bit: ones become zeros until the first zero, which becomes one.
+    const std::uint32_t zeros = ~bucket & (numBuckets - 1);
+    if (zeros == 0) return numBuckets;
+    const std::uint32_t carry = 0x80000000u >> std::countl_zero(zeros);
+    return (bucket & (carry - 1)) | carry;
+}
+// The same as the end of a chain names it.
+constexpr std::uint32_t endNaming(std::uint32_t bucket, std::uint32_t numBuckets) {
+    const std::uint32_t next = following(bucket, numBuckets);
+    return next < numBuckets ? next | endOfChain : endOfList;
+}
+static_assert(following(0, 8) == 4 && following(4, 8) == 2 && following(6, 8) == 1 && endNaming(7, 8) == endOfList);
 
 }  // namespace BucketTable
 
@@ -54,6 +73,7 @@ class L2RIB_EXPORT BucketWriterTable {
     // A fresh file with this many empty buckets, a power of two; it has its name only after publish().
     void create(Mem::Directory& directory, std::uint32_t numBuckets, FenixId fenix);
     std::uint32_t numBuckets() const { return numBuckets_; }
+    std::uint32_t rhashMask() const { return BucketTable::rhashMask(numBuckets_); }
     Mem::Segment& segment() { return *segment_; }
     Mem::Word64& operator[](std::uint32_t bucket);  // raises corruption when out of range
     // Makes room for this many buckets, without publishing the count.
@@ -75,6 +95,7 @@ class L2RIB_EXPORT BucketReaderTable {
  public:
     bool attach(Quil::Trace& debug, Mem::Directory& directory, FenixId fenix, Quil::String& reason);
     std::uint32_t numBuckets() const { return numBuckets_; }
+    std::uint32_t rhashMask() const { return rhashMask_; }
     std::uint32_t countCounter() const { return count_.counter(); }
     // Requires: bucket below numBuckets().
     const Mem::Word64& link(std::uint32_t bucket) const { return links_[bucket]; }
@@ -94,6 +115,7 @@ class L2RIB_EXPORT BucketReaderTable {
     const Mem::Word64* links_ = nullptr;
     Mem::Versioned count_{0};
     std::uint32_t numBuckets_ = 0;
+    std::uint32_t rhashMask_ = 0;
 };
 
 }  // namespace Memtab

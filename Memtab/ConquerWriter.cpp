@@ -30,7 +30,8 @@ void ConquerWriter::create(Mem::Directory& directory, FenixId fenix, std::uint32
         debug_.log(5, [&] { return cat("ConquerWriter::attachConquer() to new file ", segments_[id]->name()); });
         table(id).trace(debug_);
     }
-    currentId_ = position_ = 0;
+    current_ = &table(0);
+    currentId_ = position_ = live_ = 0;
     sequence_ = minSeq_ = 0;
     conquerPos_.assign(numSlots, noPosition);
 }
@@ -48,54 +49,19 @@ void ConquerWriter::detach() {
     for (auto& segment : segments_) segment.reset();
 }
 
-void ConquerWriter::reserve(std::uint32_t numSlots) {
-    if (numSlots > conquerPos_.size()) conquerPos_.resize(numSlots, noPosition);
-    if (position_ >= capacity_) [[unlikely]]
-        compact(prune());
+void ConquerWriter::throwNoRoom() const {
+    throw Verro::CorruptionDetectedException(
+        cat("ConquerWriter::notify() conquer index out-of-range, pos:", position_, " max:", capacity_));
 }
 
-void ConquerWriter::notify(std::uint32_t slot) {
-    if (position_ >= capacity_) [[unlikely]]
-        compact(prune());
-    tombstone(slot);
-    if (position_ >= capacity_) [[unlikely]] {
-        throw Verro::CorruptionDetectedException(
-            cat("ConquerWriter::notify() conquer index out-of-range, pos:", position_, " max:", capacity_));
-    }
-    debug_.log(9, [&] { return cat("ConquerWriter::notify() notifying slot ", slot, " sequence ", sequence_ + 1); });
-    Record& record = current().record(position_);
-    storeSplit(record.sequence, ++sequence_);
-    store32(record.slot, slot);
-    if (slot >= conquerPos_.size()) conquerPos_.resize(slot + 1, noPosition);
-    conquerPos_[slot] = position_;
-    // ORDER queue, with ConquerReader::poll: the record is whole before currentPos passes it.
-    store32(current().currentPos, ++position_);
-    ++counters_.notifications;
-    if (kickSm_) kickSm_->doKickSleepers();
-}
-
-bool ConquerWriter::tombstone(std::uint32_t slot) {
-    const std::uint32_t position = slot < conquerPos_.size() ? conquerPos_[slot] : noPosition;
-    if (position == noPosition) {
-        debug_.log(9, [&] { return cat("ConquerWriter::tombstone() slot:", slot, " not in conquer"); });
-        return false;
-    }
+void ConquerWriter::throwMismatch(std::uint32_t slot, std::uint32_t position) {
     if (position >= capacity_) {
         throw Verro::CorruptionDetectedException(
             cat("ConquerWriter::tombstone() conquer index out-of-range, tomb:", position, " max:", capacity_));
     }
-    Record& record = current().record(position);
-    if (load32(record.slot) != slot) {
-        throw Verro::CorruptionDetectedException(cat("ConquerWriter::tombstone() conquer slot mismatch, slot:", slot,
-                                                     " index:", position, " found:", load32(record.slot)));
-    }
-    debug_.log(9, [&] {
-        return cat("ConquerWriter::tombstone() tombstoning ", slot, " with sequence:", loadSplit(record.sequence));
-    });
-    store32(record.slot, tombstoneSlot);
-    conquerPos_[slot] = noPosition;
-    ++counters_.tombstones;
-    return true;
+    throw Verro::CorruptionDetectedException(cat("ConquerWriter::tombstone() conquer slot mismatch, slot:", slot,
+                                                 " index:", position,
+                                                 " found:", load32(current().record(position).slot)));
 }
 
 std::uint64_t ConquerWriter::prune() const {
@@ -122,8 +88,10 @@ bool survives(const Record& record, std::uint64_t minSeq) {
 }  // namespace
 
 std::uint32_t ConquerWriter::survivors(std::uint64_t minSeq) {
-    std::uint32_t count = 0;
-    for (std::uint32_t i = 0; i < position_; ++i) count += survives(current().record(i), minSeq);
+    std::uint32_t count = live_;
+    for (std::uint32_t i = position_; i > 0 && loadSplit(current().record(i - 1).sequence) >= minSeq; --i) {
+        count += load32(current().record(i - 1).slot) == tombstoneSlot;
+    }
     return count;
 }
 
@@ -210,6 +178,7 @@ void ConquerWriter::switchTo(std::uint32_t id) {
     // this word changed after a record has read bytes of a file that was being rewritten, and starts over.
     next.store(table(0).current);
     currentId_ = id;
+    current_ = &table(id);
 }
 
 void ConquerWriter::updateNumReaders() {

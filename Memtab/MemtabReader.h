@@ -76,12 +76,13 @@ class MemtabReader {
     }
     bool next(const Key& key, Value& out, IterHint& hint) {
         const Key after = key;  // the caller's may lie in the buffer
-        const IterHint from = hint;
+        if (stepFrom(hint, out)) [[likely]]
+            return true;
         bool found = false;
+        const IterHint from = hint;
         stable([&] {
             hint = from;  // an attempt that is repeated starts where the first one did
-            const Step step = stepFrom(hint, out);
-            found = step == Step::lost ? seek(&after, out, hint) : step == Step::entry;
+            found = seek(&after, out, hint);
         });
         return found;
     }
@@ -96,7 +97,6 @@ class MemtabReader {
 
  private:
     static constexpr std::size_t slotSize = (16 + sizeof(Value) + 7) / 8 * 8;
-    enum class Step { entry, end, lost };
 
     [[noreturn]] static void corrupt(Quil::String message) {
         throw Verro::CorruptionDetectedException(std::move(message));
@@ -133,12 +133,16 @@ class MemtabReader {
     std::uint32_t copyValue(const SlotTable::Slot& slot, Value& out) {
         std::uint32_t state = Mem::Atomics::load32(slot.state);
         for (;;) {
-            const bool aside = (state & lookaside) != 0;
-            lookasides_ += aside;
+            const std::byte* from = slot.value();
+            if (state & lookaside) [[unlikely]] {
+                ++lookasides_;
+                from = slots_.spare().value();
+            }
             // ORDER rewrite, with MemtabWriter::rewrite: bytes of the next version come with its state.
-            Mem::Atomics::copyOut<sizeof(Value)>(&out, (aside ? slots_.spare() : slot).value());
+            Mem::Atomics::copyOut<sizeof(Value)>(&out, from);
             const std::uint32_t again = Mem::Atomics::load32(slot.state);
-            if (again == state) return state;
+            if (again == state) [[likely]]
+                return state;
             state = again;
         }
     }
@@ -157,15 +161,16 @@ class MemtabReader {
 
     // What one look at a slot says: its order, and whether the look was at a linked entry at all.
     struct Look {
-        std::uint32_t state;
-        std::uint32_t rhash;
-        bool isEntry;
+        std::uint32_t state = 0;
+        std::uint32_t rhash = 0;
+        bool isEntry() const { return (state & occupied) != 0; }
     };
     static Look look(const SlotTable::Slot& slot) {
         for (;;) {
             const std::uint32_t state = Mem::Atomics::load32(slot.state);
             const std::uint32_t rhash = Mem::Atomics::load32(slot.rhash);
-            if (Mem::Atomics::load32(slot.state) == state) return {state, rhash, (state & occupied) != 0};
+            if (Mem::Atomics::load32(slot.state) == state) [[likely]]
+                return {state, rhash};
         }
     }
 
@@ -175,71 +180,88 @@ class MemtabReader {
         explicit Restarts(std::uint64_t& counter) : counter_(counter) {}
         void count(const Cursor& at, std::uint32_t state) {
             ++counter_;
-            if (any_ && at.link == link_ && at.word == word_ && state == state_) {
+            if (at.link == link_ && at.word == word_ && state == state_) {
                 corrupt(Quil::cat("MemtabReader::doLookup() slot linked but not occupied: ", at.word.value()));
             }
-            any_ = true;
             link_ = at.link;
             word_ = at.word;
             state_ = state;
         }
+        void count() { ++counter_; }
 
      private:
         std::uint64_t& counter_;
-        bool any_ = false;
         const Mem::Word64* link_ = nullptr;
         Mem::Versioned word_{0};
         std::uint32_t state_ = 0;
     };
 
+    // Examines the slot under the cursor: judge(slot, look) says where the wanted key stands to it and may copy it (and
+    // look again thereby). False when the walk must start over: nothing that was seen counts.
+    template <class Judge>
+    bool examine(const Cursor& at, Restarts& restarts, Look& seen, Cursor& onward, Judge&& judge) {
+        const SlotTable::Slot& slot = slotAt(at.word.value());
+        seen = look(slot);
+        if (seen.isEntry()) [[likely]]
+            judge(slot, seen);
+        if (!seen.isEntry()) [[unlikely]] {
+            restarts.count(at, seen.state);
+            return false;
+        }
+        // ORDER remove, with MemtabWriter::remove: the next link first, then whether the way here still stands. A slot
+        // that was freed and reused on the way is noticed by the link that no longer leads to it.
+        onward = {&slot.link, Mem::Versioned::load(slot.link)};
+        if (!at.stillLeadsHere()) [[unlikely]] {
+            restarts.count();
+            return false;
+        }
+        return true;
+    }
+
     // One attempt. True when the key was found and copied out.
     bool doLookup(const Key& key, Value& out) {
-        if (buckets_.numBuckets() == 0) {
+        if (buckets_.numBuckets() == 0) [[unlikely]] {
             debug_.log(5, [] { return Quil::String("MemtabReader::doLookup() bucket table detached"); });
             return false;
         }
         const std::uint32_t hash = OpsType::hash(key), wanted = Verro::Util::reverse(hash);
-        const std::uint32_t bucket = hash & (buckets_.numBuckets() - 1);
         Restarts restarts(restarts_);
         for (;;) {
-            const Found found = walkChain(bucket, key, wanted, out, restarts);
-            if (found != Found::restart) return found == Found::yes;
+            const Found found = walkChain(hash & (buckets_.numBuckets() - 1), key, wanted, out, restarts);
+            if (found != Found::restart) [[likely]]
+                return found == Found::yes;
         }
     }
 
     enum class Found { yes, no, restart };
     Found walkChain(std::uint32_t bucket, const Key& key, std::uint32_t wanted, Value& out, Restarts& restarts) {
-        Cursor at = atBucket(bucket);
+        Cursor at = atBucket(bucket), onward{};
         for (std::uint32_t slotCount = 1; !at.atEnd(); ++slotCount) {
             if (slotCount > slots_.numSlots()) [[unlikely]] {
                 corrupt(Quil::cat("MemtabReader::doLookup() hash chain cycle detected, slotCount:", slotCount,
                                   " capacity:", slots_.numSlots()));
             }
-            const SlotTable::Slot& slot = slotAt(at.word.value());
-            Look seen = look(slot);
-            int order = wanted < seen.rhash ? -1 : wanted > seen.rhash;
-            if (seen.isEntry && order == 0) {
-                seen.state = copyValue(slot, out);
-                seen.isEntry = (seen.state & occupied) != 0;
-                order = OpsType::equal(key, out.fwkKey()) ? 0 : OpsType::less(key, out.fwkKey()) ? -1 : 1;
-            }
-            if (!seen.isEntry) [[unlikely]] {
-                restarts.count(at, seen.state);
+            Look seen;
+            int order = 1;  // of the wanted key to the slot's
+            const bool good = examine(at, restarts, seen, onward, [&](const SlotTable::Slot& slot, Look& looked) {
+                if (looked.rhash == wanted) {
+                    looked.state = copyValue(slot, out);
+                    const Key held = out.fwkKey();
+                    order = OpsType::equal(key, held) ? 0 : OpsType::less(key, held) ? -1 : 1;
+                } else if (wanted < looked.rhash) {
+                    order = -1;
+                }
+            });
+            if (!good) [[unlikely]]
                 return Found::restart;
-            }
-            // ORDER remove, with MemtabWriter::remove: the next link first, then whether the way here still stands. A
-            // slot that was freed and reused on the way is noticed by the link that no longer leads to it.
-            const Cursor onward{&slot.link, Mem::Versioned::load(slot.link)};
-            if (!at.stillLeadsHere()) [[unlikely]] {
-                ++restarts_;
-                return Found::restart;
-            }
             if (order == 0) {
                 hint_ = {at.word.value(), seen.state, seen.rhash, attachment_};
                 return Found::yes;
             }
             if (order < 0) return Found::no;
-            checkBucket(seen.rhash, bucket, slot);
+            // Keys of one bucket agree in the upper bits of their reversed hashes.
+            if ((seen.rhash ^ wanted) & buckets_.rhashMask()) [[unlikely]]
+                checkBucket(seen.rhash, bucket, at.word.value());
             at = onward;
         }
         return Found::no;
@@ -247,14 +269,14 @@ class MemtabReader {
 
     // A key may stand in the bucket it has with this number of buckets, or with half or twice as many: a split or merge
     // may be under way.
-    void checkBucket(std::uint32_t rhash, std::uint32_t bucket, const SlotTable::Slot& slot) {
+    void checkBucket(std::uint32_t rhash, std::uint32_t bucket, std::uint32_t index) {
         const std::uint32_t hash = Verro::Util::reverse(rhash), buckets = buckets_.numBuckets();
         if ((hash & (buckets - 1)) == bucket || (buckets > 1 && (hash & (buckets / 2 - 1)) == bucket) ||
-            (hash & (2 * buckets - 1)) == bucket) [[likely]] {
+            (hash & (2 * buckets - 1)) == bucket) {
             return;
         }
         Value found;
-        copyValue(slot, found);
+        copyValue(slotAt(index), found);
         corrupt(Quil::cat("MemtabReader::doLookup() corrupt key detected. key:", OpsType::text(found.fwkKey())));
     }
 
@@ -273,26 +295,19 @@ class MemtabReader {
             // The entry the walk stands on lies where its key does not belong: going on by the key could go round.
             corrupt(Quil::cat("MemtabReader::seek() corrupt key detected. key:", OpsType::text(*after)));
         }
-        Cursor at = atBucket(hash & (buckets_.numBuckets() - 1));
-        for (std::uint64_t steps = 0;; ++steps) {
+        Cursor at = atBucket(hash & (buckets_.numBuckets() - 1)), onward{};
+        for (std::uint64_t steps = 0;; checkSteps(++steps)) {
             if (!nextSlot(at, steps)) return Found::no;
-            const SlotTable::Slot& slot = slotAt(at.word.value());
-            Look seen = look(slot);
-            bool behind = !after || seen.rhash > rhash;
-            if (seen.isEntry && (behind || seen.rhash == rhash)) {
-                seen.state = copyValue(slot, out);
-                seen.isEntry = (seen.state & occupied) != 0;
+            Look seen;
+            bool behind = false;  // whether the slot's key is behind the wanted one
+            const bool good = examine(at, restarts, seen, onward, [&](const SlotTable::Slot& slot, Look& looked) {
+                behind = !after || looked.rhash > rhash;
+                if (!behind && looked.rhash != rhash) return;
+                looked.state = copyValue(slot, out);
                 behind = behind || OpsType::less(*after, out.fwkKey());
-            }
-            if (!seen.isEntry) [[unlikely]] {
-                restarts.count(at, seen.state);
+            });
+            if (!good) [[unlikely]]
                 return Found::restart;
-            }
-            const Cursor onward{&slot.link, Mem::Versioned::load(slot.link)};
-            if (!at.stillLeadsHere()) [[unlikely]] {
-                ++restarts_;
-                return Found::restart;
-            }
             if (behind) {
                 if (Verro::Util::reverse(OpsType::hash(out.fwkKey())) != seen.rhash) [[unlikely]] {
                     corrupt(Quil::cat("MemtabReader::seek() corrupt key detected. key:", OpsType::text(out.fwkKey())));
@@ -305,57 +320,97 @@ class MemtabReader {
     }
 
     // Follows the ends of chains to the bucket where the walk goes on. False at the end of the table.
-    bool nextSlot(Cursor& at, std::uint64_t& steps) const {
-        const std::uint64_t limit = std::uint64_t(slots_.numSlots()) + buckets_.numBuckets();
+    bool nextSlot(Cursor& at, std::uint64_t& steps) {
         while (at.atEnd()) {
             if (at.word.value() == endOfList) return false;
             const std::uint32_t bucket = at.word.value() & ~endOfChain;
             at = atBucket(bucket);
-            lookAhead(bucket);
-            if (++steps > limit) endlessWalk(steps);
+            ahead_.arrived(bucket, slots_, buckets_);
+            checkSteps(++steps);
         }
-        if (steps > limit) endlessWalk(steps);
         return true;
     }
 
-    [[noreturn]] void endlessWalk(std::uint64_t steps) const {
+    void checkSteps(std::uint64_t steps) const {
+        if (steps <= std::uint64_t(slots_.numSlots()) + buckets_.numBuckets()) [[likely]]
+            return;
         corrupt(Quil::cat("MemtabReader::seek() cycle detected, steps:", steps, " capacity:", slots_.numSlots()));
     }
 
-    // A walk visits buckets and slots in an order that no processor guesses: asks for those it comes to soon.
-    void lookAhead(std::uint32_t bucket) const {
-        constexpr std::uint32_t bucketsAhead = 32, slotsAhead = 16;
-        const std::uint32_t buckets = buckets_.numBuckets();
-        const int shift = 32 - std::countr_zero(buckets);
-        if (shift == 32) return;
-        const std::uint32_t position = Verro::Util::reverse(bucket) >> shift;
-        const auto link = [&](std::uint32_t ahead) -> const Mem::Word64& {
-            return buckets_.link(Verro::Util::reverse(((position + ahead) & (buckets - 1)) << shift));
-        };
-        __builtin_prefetch(&link(bucketsAhead));
-        const std::uint32_t next = Mem::Versioned::load(link(slotsAhead)).value();
-        if (next >= slots_.numSlots()) return;  // the end of an empty chain, too
-        const std::byte* slot = reinterpret_cast<const std::byte*>(&slots_.slot(next, slotSize));
-        for (std::size_t line = 0; line < slotSize; line += 64) __builtin_prefetch(slot + line);
-    }
+    // A walk visits buckets and slots in an order that no processor guesses: asks for those it comes to soon. First for
+    // the bucket's link, later for the slot that this names, last for the slot behind that. Only an advice: where it
+    // errs, the walk is slower.
+    class Ahead {
+     public:
+        void arrived(std::uint32_t bucket, const SlotReaderTable& slots, const BucketReaderTable& buckets) {
+            if (buckets.numBuckets() > tooFew) lookFrom(bucket, slots, buckets);
+        }
 
-    // One step from the slot the hint names, while that still holds the entry it held. The slot's link is loaded before
-    // its state: a link that has become part of the free list comes with a state that shows it.
-    Step stepFrom(IterHint& hint, Value& out) {
-        if (hint.attachment != attachment_ || hint.slot >= slots_.numSlots()) return Step::lost;
-        const SlotTable::Slot& from = slots_.slot(hint.slot, slotSize);
-        Cursor at{&from.link, Mem::Versioned::load(from.link)};
-        if (Mem::Atomics::load32(from.state) != hint.state) return Step::lost;
-        std::uint64_t steps = 0;
-        if (!nextSlot(at, steps)) return Step::end;
+     private:
+        static constexpr std::uint32_t ringSize = 32, slotsAhead = 16, secondsAhead = 8;  // buckets
+        static constexpr std::uint32_t tooFew = 64;  // buckets of a table that any cache holds
+
+        void lookFrom(std::uint32_t bucket, const SlotReaderTable& slots, const BucketReaderTable& buckets) {
+            const std::uint32_t count = buckets.numBuckets(), mask = count - 1;
+            if (bucket != ring_[at_ % ringSize]) [[unlikely]] {
+                ring_[at_ % ringSize] = bucket;
+                for (std::uint32_t i = 1; i < ringSize; ++i) extend(i, count);
+            }
+            extend(ringSize, count);
+            ++at_;
+            // Masked again: the ring may be left from a table of more buckets.
+            const auto link = [&](std::uint32_t distance) -> const Mem::Word64& {
+                return buckets.link(ring_[(at_ + distance) % ringSize] & mask);
+            };
+            __builtin_prefetch(&link(ringSize - 1));
+            touch(named(link(slotsAhead), slots));
+            touch(named(named(link(secondsAhead), slots).link, slots));
+        }
+
+        void extend(std::uint32_t distance, std::uint32_t count) {
+            const std::uint32_t last = ring_[(at_ + distance - 1) % ringSize];
+            ring_[(at_ + distance) % ringSize] = BucketTable::following(last, count) & (count - 1);
+        }
+        // The slot that a link names; for the end of a chain the first one, so that there is no branch to guess wrong.
+        static const SlotTable::Slot& named(const Mem::Word64& link, const SlotReaderTable& slots) {
+            const std::uint32_t index = Mem::Versioned::load(link).value();
+            const std::uint32_t good = index < slots.numSlots() ? index : 0;
+            return slots.slot(good, slotSize);
+        }
+        static void touch(const SlotTable::Slot& slot) {
+            const auto* bytes = reinterpret_cast<const std::byte*>(&slot);
+            __builtin_prefetch(bytes);
+            if constexpr (slotSize > 64) __builtin_prefetch(bytes + 64);
+            if constexpr (slotSize > 128) __builtin_prefetch(bytes + slotSize - 1);
+        }
+        std::uint32_t ring_[ringSize] = {endOfList};  // the buckets the walk comes to, the next one at at_
+        std::uint32_t at_ = 0;
+    };
+
+    // One step from the slot the hint names, when nothing stands in the way: that slot still holds the entry it held,
+    // no count word has moved, and the next entry is there. Otherwise false: the search by key decides.
+    bool stepFrom(IterHint& hint, Value& out) {
+        if (hint.attachment != attachment_ || hint.slot >= slots_.numSlots()) return false;
+        const SlotTable::Slot& left = slots_.slot(hint.slot, slotSize);
+        // The link before the state: a link that has become part of the free list comes with a state that shows it.
+        Cursor at{&left.link, Mem::Versioned::load(left.link)};
+        if (Mem::Atomics::load32(left.state) != hint.state) return false;
+        for (std::uint32_t hops = 0; at.atEnd(); ++hops) {
+            const std::uint32_t bucket = at.word.value() & ~endOfChain;
+            if (bucket >= buckets_.numBuckets() || hops > buckets_.numBuckets()) return false;
+            at = {&buckets_.link(bucket), Mem::Versioned::load(buckets_.link(bucket))};
+            ahead_.arrived(bucket, slots_, buckets_);
+        }
         const std::uint32_t index = at.word.value();
-        const SlotTable::Slot& slot = slotAt(index);
+        if (index >= slots_.numSlots()) return false;
+        const SlotTable::Slot& slot = slots_.slot(index, slotSize);
         const std::uint32_t rhash = Mem::Atomics::load32(slot.rhash), state = copyValue(slot, out);
-        const bool good = (state & occupied) && at.stillLeadsHere() && Mem::Atomics::load32(from.state) == hint.state;
         // Equal hashes are rare: the search by key puts such entries in order, and damaged ones right.
-        if (!good || rhash <= hint.rhash) return Step::lost;
-        hint = {index, state, rhash, attachment_};
-        return Step::entry;
+        const bool good = (state & occupied) && rhash > hint.rhash && at.stillLeadsHere() &&
+                          Mem::Atomics::load32(left.state) == hint.state && !slots_.isStale() && !buckets_.isStale();
+        if (good) [[likely]]
+            hint = {index, state, rhash, attachment_};
+        return good;
     }
 
     Quil::Trace& debug_;
@@ -364,6 +419,7 @@ class MemtabReader {
     const Value default_{};
     Value value_{};
     IterHint hint_;
+    Ahead ahead_;
     std::uint32_t attachment_ = 0;  // tells this mapping's hints from others'
     std::uint64_t lookasides_ = 0;
     std::uint64_t restarts_ = 0;

@@ -4,7 +4,6 @@
 
 #include "Memtab/Exception.h"
 #include "Verro/Exception.h"
-#include "Verro/Hash.h"
 
 namespace Memtab {
 
@@ -35,35 +34,20 @@ void SlotWriterTable::create(Mem::Directory& directory, FenixId fenix) {
     store32(header().freeSlots, 0);
 }
 
-void SlotWriterTable::bind() { slots_ = segment_->base() + stored_.headerSize(); }
+void SlotWriterTable::bind() {
+    header_ = reinterpret_cast<SlotTable::Header*>(segment_->base());
+    slots_ = segment_->base() + stored_.headerSize();
+}
 
 void SlotWriterTable::outOfRange(std::uint32_t index) const {
     throw Verro::CorruptionDetectedException(
         cat("SlotWriter::Slots::operator[] out-of-range index: ", index, " max:", numSlots_));
 }
 
-std::uint32_t SlotWriterTable::alloc(std::uint32_t hash) {
-    if (load32(header().freeSlots) == endOfList && !grow()) {
-        throw TableFullException(cat("SlotWriter::alloc() Memtab table full (occupancy:", occupiedSlots(),
-                                     " tableSize:", numSlots_, ") ", tableName_));
-    }
-    const std::uint32_t index = load32(header().freeSlots);
-    Slot& slot = (*this)[index];
-    // Readers discard a slot that lacks OCCUPIED, so this may stand before the value does.
-    store32(slot.rhash, Verro::Util::reverse(hash));
-    store32(header().freeSlots, Versioned::load(slot.link).value());
-    store32(header().occupiedSlots, occupiedSlots() + 1);
-    ++counters_.allocs;
-    return index;
-}
-
-void SlotWriterTable::free(std::uint32_t index) {
-    Slot& slot = (*this)[index];
-    store32(slot.state, load32(slot.state) & ~occupied);
-    Versioned::load(slot.link).next(load32(header().freeSlots), linkStep).store(slot.link);
-    store32(header().freeSlots, index);
-    store32(header().occupiedSlots, occupiedSlots() - 1);
-    ++counters_.removes;
+void SlotWriterTable::growOrThrow() {
+    if (grow()) return;
+    throw TableFullException(cat("SlotWriter::alloc() Memtab table full (occupancy:", occupiedSlots(),
+                                 " tableSize:", numSlots_, ") ", tableName_));
 }
 
 // Doubles up to the expected maximum, then goes on by a tenth: times 1.1 in single precision, exact, rounded up.

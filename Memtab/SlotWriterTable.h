@@ -14,6 +14,7 @@
 #include "Mem/Segment.h"
 #include "Memtab/Options.h"
 #include "Memtab/SlotTable.h"
+#include "Verro/Hash.h"
 
 namespace Memtab {
 
@@ -46,9 +47,27 @@ class L2RIB_EXPORT SlotWriterTable {
     }
     // Takes a slot from the free list for an entry of this hash. May grow the file.
     // Throws TableFullException when it cannot; nothing was changed.
-    std::uint32_t alloc(std::uint32_t hash);
+    std::uint32_t alloc(std::uint32_t hash) {
+        if (Mem::Atomics::load32(header().freeSlots) == endOfList) [[unlikely]]
+            growOrThrow();
+        const std::uint32_t index = Mem::Atomics::load32(header().freeSlots);
+        SlotTable::Slot& slot = (*this)[index];
+        // Readers discard a slot that lacks OCCUPIED, so this may stand before the value does.
+        Mem::Atomics::store32(slot.rhash, Verro::Util::reverse(hash));
+        Mem::Atomics::store32(header().freeSlots, Mem::Versioned::load(slot.link).value());
+        Mem::Atomics::store32(header().occupiedSlots, occupiedSlots() + 1);
+        ++counters_.allocs;
+        return index;
+    }
     // Gives back a slot that no chain holds any more.
-    void free(std::uint32_t index);
+    void free(std::uint32_t index) {
+        SlotTable::Slot& slot = (*this)[index];
+        Mem::Atomics::store32(slot.state, Mem::Atomics::load32(slot.state) & ~occupied);
+        Mem::Versioned::load(slot.link).next(Mem::Atomics::load32(header().freeSlots), linkStep).store(slot.link);
+        Mem::Atomics::store32(header().freeSlots, index);
+        Mem::Atomics::store32(header().occupiedSlots, occupiedSlots() - 1);
+        ++counters_.removes;
+    }
 
     struct Counters {
         std::uint64_t grows = 0;
@@ -58,13 +77,14 @@ class L2RIB_EXPORT SlotWriterTable {
     const Counters& counters() const { return counters_; }
 
  private:
+    void growOrThrow();
     bool grow();
     void resize(std::uint32_t numSlots);
     void addFreeSlots(std::uint32_t start, std::uint32_t end);
     std::uint32_t grownSize() const;
     void bind();  // after the mapping moved
     [[noreturn]] void outOfRange(std::uint32_t index) const;
-    SlotTable::Header& header() const { return *reinterpret_cast<SlotTable::Header*>(segment_->base()); }
+    SlotTable::Header& header() const { return *header_; }
 
     Quil::Trace& debug_;
     const Quil::String tableName_;  // for messages
@@ -74,8 +94,9 @@ class L2RIB_EXPORT SlotWriterTable {
     const SlotTable::Format stored_;
     const std::size_t slotSize_;  // bytes
     std::unique_ptr<Mem::Segment> segment_;
-    std::byte* slots_ = nullptr;  // slot 0 in the mapping
-    std::uint32_t numSlots_ = 0;  // equals the header's count between operations
+    SlotTable::Header* header_ = nullptr;  // in the mapping
+    std::byte* slots_ = nullptr;           // slot 0, likewise
+    std::uint32_t numSlots_ = 0;           // equals the header's count between operations
     Counters counters_;
 };
 

@@ -41,13 +41,15 @@ class WriterHashMap {
         for (std::uint32_t steps = 0;; ++steps) {
             const std::uint32_t next = Mem::Versioned::load(*place.link).value();
             if (next & endOfChain) return place;
-            if (steps >= slots_.numSlots()) {
-                throw Verro::CorruptionDetectedException(Quil::cat(
-                    "WriterHashMap::find() hash chain cycle detected, slotCount:", steps, " bucket:", bucket));
-            }
+            if (steps >= slots_.numSlots()) [[unlikely]]
+                throwCycle("find()", steps, bucket);
             SlotTable::Slot& slot = slots_[next];
-            checkMember(slot, next, bucket);
-            const int order = compare(wanted, key, slot);
+            const std::uint32_t rhash = Mem::Atomics::load32(slot.rhash);
+            // Keys of one bucket agree in the upper bits of their reversed hashes.
+            if (!(Mem::Atomics::load32(slot.state) & occupied) || ((rhash ^ wanted) & buckets_.rhashMask()))
+                [[unlikely]]
+                throwMember(slot, next, bucket);
+            const int order = wanted != rhash ? (wanted < rhash ? -1 : 1) : compare(key, slot);
             if (order < 0) return place;
             if (order == 0) {
                 place.slot = next;
@@ -87,21 +89,20 @@ class WriterHashMap {
         return copy;
     }
 
-    void checkMember(const SlotTable::Slot& slot, std::uint32_t index, std::uint32_t bucket) {
-        const std::uint32_t hash = Verro::Util::reverse(Mem::Atomics::load32(slot.rhash));
-        const bool good = (Mem::Atomics::load32(slot.state) & occupied) && (hash & (numBuckets() - 1)) == bucket;
-        if (!good) [[unlikely]] {
-            throw Verro::CorruptionDetectedException(
-                Quil::cat("WriterHashMap::find() corrupt key detected, slot: ", index, " bucket: ", bucket,
-                          " hash: ", Quil::hex(hash), " state: ", Quil::hex(Mem::Atomics::load32(slot.state))));
-        }
+    [[noreturn]] void throwMember(const SlotTable::Slot& slot, std::uint32_t index, std::uint32_t bucket) {
+        throw Verro::CorruptionDetectedException(
+            Quil::cat("WriterHashMap::find() corrupt key detected, slot: ", index, " bucket: ", bucket,
+                      " hash: ", Quil::hex(Verro::Util::reverse(Mem::Atomics::load32(slot.rhash))),
+                      " state: ", Quil::hex(Mem::Atomics::load32(slot.state))));
+    }
+    [[noreturn]] static void throwCycle(const char* operation, std::uint32_t steps, std::uint32_t bucket) {
+        throw Verro::CorruptionDetectedException(Quil::cat(
+            "WriterHashMap::", operation, " hash chain cycle detected, slotCount:", steps, " bucket:", bucket));
     }
 
-    static int compare(std::uint32_t wanted, const Key& key, const SlotTable::Slot& slot) {
-        const std::uint32_t rhash = Mem::Atomics::load32(slot.rhash);
-        if (wanted != rhash) return wanted < rhash ? -1 : 1;
+    static int compare(const Key& key, const SlotTable::Slot& slot) {
         // The writer may look at its own entry in place: nobody else stores there.
-        const Key& held = reinterpret_cast<const Value*>(slot.value())->fwkKey();
+        const Key held = reinterpret_cast<const Value*>(slot.value())->fwkKey();
         return OpsType::equal(key, held) ? 0 : OpsType::less(key, held) ? -1 : 1;
     }
 
@@ -112,10 +113,8 @@ class WriterHashMap {
         for (std::uint32_t steps = 0;; ++steps) {
             const std::uint32_t next = Mem::Versioned::load(*link).value();
             if (next & endOfChain) return *link;
-            if (steps >= slots_.numSlots()) {
-                throw Verro::CorruptionDetectedException(
-                    Quil::cat("WriterHashMap::growBuckets() hash chain cycle detected, bucket:", bucket));
-            }
+            if (steps >= slots_.numSlots()) [[unlikely]]
+                throwCycle("growBuckets()", steps, bucket);
             SlotTable::Slot& slot = slots_[next];
             if (Verro::Util::reverse(Mem::Atomics::load32(slot.rhash)) & before) return *link;
             link = &slot.link;

@@ -62,6 +62,7 @@ template <std::size_t Size>
 inline void copyOut(void* to, const std::byte* from) {
     static_assert(Size % 4 == 0);
     auto* out = static_cast<std::byte*>(to);
+#pragma GCC unroll 32
     for (std::size_t at = 0; at + 8 <= Size; at += 8) {
         const std::uint64_t word = load64(*reinterpret_cast<const Word64*>(from + at));
         std::memcpy(out + at, &word, 8);
@@ -75,6 +76,7 @@ template <std::size_t Size>
 inline void copyIn(std::byte* to, const void* from) {
     static_assert(Size % 4 == 0);
     const auto* in = static_cast<const std::byte*>(from);
+#pragma GCC unroll 32
     for (std::size_t at = 0; at + 8 <= Size; at += 8) {
         std::uint64_t word;
         std::memcpy(&word, in + at, 8);

@@ -99,6 +99,12 @@ void* Files::remap(void* base, const Quil::String& path, std::uint64_t from, std
     return moved;
 }
 
+void Files::populate(void* base, std::uint64_t from, std::uint64_t to) {
+    const std::uint64_t page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)), start = from / page * page;
+    // Only an advice: a kernel before 5.14 does not know it, and brings each page in with its first touch.
+    madvise(static_cast<std::byte*>(base) + start, to - start, MADV_POPULATE_WRITE);
+}
+
 void Files::unmap(void* base, std::uint64_t size) { munmap(base, size); }
 
 void Files::write(int fd, const Quil::String& path, const void* bytes, std::size_t size) {

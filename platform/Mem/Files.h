@@ -45,6 +45,8 @@ struct L2RIB_EXPORT Files {
     static void shorten(int fd, const Quil::String& path, std::uint64_t to);
     static void* map(int fd, const Quil::String& path, std::uint64_t size, bool writable);
     static void* remap(void* base, const Quil::String& path, std::uint64_t from, std::uint64_t to);
+    // Brings these pages of a writable mapping in at once: the first touch of a page costs more than many writes to it.
+    static void populate(void* base, std::uint64_t from, std::uint64_t to);
     static void unmap(void* base, std::uint64_t size);
     static void write(int fd, const Quil::String& path, const void* bytes, std::size_t size);  // at offset 0
     static void rename(const Quil::String& from, const Quil::String& to);

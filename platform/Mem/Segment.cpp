@@ -20,11 +20,4 @@ void Segment::resize(std::uint64_t size) {
     }
 }
 
-AutoMemMoveBase::AutoMemMoveBase(Segment& segment, void* pointer)
-    : pointer_(static_cast<std::byte*>(pointer)), segment_(segment), next_(segment.held_) {
-    segment.held_ = this;
-}
-
-AutoMemMoveBase::~AutoMemMoveBase() { segment_.held_ = next_; }
-
 }  // namespace Mem

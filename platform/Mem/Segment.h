@@ -47,8 +47,11 @@ class L2RIB_EXPORT Segment {
 // Registers a pointer into a segment for the length of a scope.
 class L2RIB_EXPORT AutoMemMoveBase {
  protected:
-    AutoMemMoveBase(Segment& segment, void* pointer);
-    ~AutoMemMoveBase();
+    AutoMemMoveBase(Segment& segment, void* pointer)
+        : pointer_(static_cast<std::byte*>(pointer)), segment_(segment), next_(segment.held_) {
+        segment.held_ = this;
+    }
+    ~AutoMemMoveBase() { segment_.held_ = next_; }
     AutoMemMoveBase(const AutoMemMoveBase&) = delete;
     AutoMemMoveBase& operator=(const AutoMemMoveBase&) = delete;
     std::byte* pointer_;

@@ -14,6 +14,7 @@ Shared::~Shared() {
 
 void Shared::mapTo(std::uint64_t size) {
     void* base = base_ ? Files::remap(base_, name_, size_, size) : Files::map(file_.get(), name_, size, writable_);
+    if (writable_ && size > size_) Files::populate(base, size_, size);
     base_ = static_cast<std::byte*>(base);
     size_ = size;
 }
