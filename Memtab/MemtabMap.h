@@ -194,6 +194,14 @@ class MemtabMap : ReaderSm::Front {
         explicit Attached(Quil::Trace& debug) : reader(debug) {}
     };
 
+    struct InTurn {
+        bool& flag;
+        explicit InTurn(bool& f) : flag(f) { flag = true; }
+        ~InTurn() { flag = false; }
+        InTurn(const InTurn&) = delete;
+        InTurn& operator=(const InTurn&) = delete;
+    };
+
     static Quil::String directoryOf(const Quil::String& root, const Quil::String& name) {
         const char* chroot = std::getenv("Q7_CHROOT");
         return Quil::cat(chroot ? chroot : "", root, "/", name);
@@ -300,28 +308,34 @@ class MemtabMap : ReaderSm::Front {
             return false;
         }
         attached_ = std::move(fresh);
-        hooks_.onCollection();
+        freshlyAttached_ = true;
         return true;
     }
 
     ReaderSm::Turn turn() override {
+        const InTurn inTurn(inTurn_);
+        ReaderSm::Turn result = ReaderSm::Turn::drained;
+        if (std::exchange(freshlyAttached_, false)) hooks_.onCollection();
+        if (isFollowing()) result = collect();
+        if (!isFollowing()) attached_.reset();
+        return result;
+    }
+
+    ReaderSm::Turn collect() {
         bool more = false;
         if (!reading([&] { more = follower_.collect(attached_->reader, attached_->queue, keysPerTurn); })) {
             return ReaderSm::Turn::failed;
         }
         deliver();
-        if (readerSm_->state() == ReaderSm::State::detached) attached_.reset();
         return more || follower_.hasMarked() ? ReaderSm::Turn::more : ReaderSm::Turn::drained;
     }
 
+    // Whether the owner still wants to be told; any callback may have ended that.
+    bool isFollowing() const { return readerSm_->state() != ReaderSm::State::detached; }
+
     // Tells the owner of at most so many keys. What a callback throws passes through; its key counts as delivered.
     void deliver() {
-        struct InTurn {
-            bool& flag;
-            explicit InTurn(bool& f) : flag(f) { flag = true; }
-            ~InTurn() { flag = false; }
-        } inTurn(inTurn_);
-        for (std::size_t i = 0; i < keysPerTurn && readerSm_->state() != ReaderSm::State::detached; ++i) {
+        for (std::size_t i = 0; i < keysPerTurn && isFollowing(); ++i) {
             const auto key = follower_.take();
             if (!key) return;
             hooks_.onKey(*key);
@@ -354,6 +368,7 @@ class MemtabMap : ReaderSm::Front {
     std::unique_ptr<Writer> writer_;                       // local and writer
     std::unique_ptr<WriterMount> writerMount_;             // writer; goes before what it watches
     std::unique_ptr<Attached> attached_;                   // reader
+    bool freshlyAttached_ = false;                         // reader; nobody has been told of these files yet
     Follower<Key, Value, OpsType> follower_;               // reader
     std::unique_ptr<ReaderSm> readerSm_;                   // reader
 };

@@ -43,21 +43,24 @@ void ReaderSm::tryMount() {
     }
     wakeIn(retryInterval);
     try {
-        connectOrAttach();
+        const FenixId fenix = FenixFile::read(directory_);
+        if (fenix != 0) connectOrAttach(fenix);
     } catch (const Quil::Exception& error) {
         debug_.log(3, [&] { return cat("ReaderSm::tryMount() ", directory_, ": ", error.what()); });
     }
 }
 
-void ReaderSm::connectOrAttach() {
-    const FenixId fenix = FenixFile::read(directory_);
-    if (fenix == 0) return;
+void ReaderSm::connectOrAttach(FenixId fenix) {
     kick_ = Mem::ReaderKickSm::connect(loop_, directory_, readerName_, fenix, *this);
-    if (kick_) {
-        wakeIn(welcomeTimeout);
-    } else if (fenix != attached_ && !FenixFile::writerLives(directory_) && attach(fenix)) {
-        stateIs(State::stale);
-        work();
+    const bool connected = kick_ != nullptr;
+    if (!connected && (fenix == attached_ || FenixFile::writerLives(directory_))) return;
+    kicks_ = true;
+    if (attach(fenix)) {
+        stateIs(connected ? State::mounted : State::stale);
+        working_ = true;
+        wakeIn(0);
+    } else {
+        kick_.reset();
     }
 }
 
@@ -79,15 +82,9 @@ bool ReaderSm::attach(FenixId fenix) {
 }
 
 void ReaderSm::onWelcome(FenixId fenix, bool kicks) {
-    const auto keep = front_.keepAlive();
     kicks_ = kicks;
-    if (!attach(fenix)) {
-        kick_.reset();
-        wakeIn(retryInterval);
-        return;
-    }
-    stateIs(State::mounted);
-    work();
+    if (fenix != attached_) return onClosed();  // of another incarnation than the files
+    if (!kicks_ && !working_) wakeIn(retryInterval);
 }
 
 void ReaderSm::onKick() {

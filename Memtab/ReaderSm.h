@@ -1,14 +1,16 @@
 // ReaderSm: a reader's life with a writer that may be absent, start, crash and come back.
 //
-//   state      writer welcomes        writer gone         clock, directory changed       detach()
-//   mounting   attach -> mounted      try again           try to connect, or, without    -> detached
-//                                                         a writer, attach -> stale
-//   mounted    -                      -> stale            one turn of work               -> detached
-//   stale      attach -> mounted      -                   as mounting; old files serve   -> detached
-//   detached   -                      -                   -                              -
+//   state      clock, directory changed                  writer welcomes         writer gone     detach()
+//   mounting   connect, attach -> mounted; or, without   -                       -               -> detached
+//              a writer, attach -> stale
+//   mounted    one turn of work                          learns whether it is    -> stale        -> detached
+//                                                        kicked
+//   stale      as mounting; old files serve meanwhile    -                       -               -> detached
+//   detached   -                                         -                       -               -
 //
-// A reader is known to the writer before it maps the files, or finds that no writer lives: either way nothing is taken
-// from under its mapping.
+// A reader is connected before it maps the files, or finds that no writer lives: either way nothing is taken from under
+// its mapping. Connected is enough, also while the writer is stopped or busy: before a writer shortens a file it takes
+// in all who are connected, and who connects later finds the smaller count published and maps no more than that.
 //
 // Threads   Event-loop thread; times are the loop's clock.
 #pragma once
@@ -40,14 +42,14 @@ class L2RIB_EXPORT ReaderSm : Mem::ReaderKickSm::Handler, Quil::Clock::NotifieeC
     };
 
     ReaderSm(Quil::Trace& debug, Quil::EventLoop& loop, Quil::String directory, Quil::String readerName, Front& front);
-    // Begins with the next turn of the loop: who watches the table by then is told of everything in it.
-    void start() { wakeIn(0); }
+    // Mounts at once what can be mounted. Changes are delivered from the loop's next turn on: who watches the table by
+    // then is told of everything in it.
+    void start() { tryMount(); }
     void detach();
     State state() const { return state_; }
 
  private:
     static constexpr Quil::Seconds retryInterval = 0.25;
-    static constexpr Quil::Seconds welcomeTimeout = 2;
     static constexpr Quil::Seconds corruptionPause = 1;
     static constexpr Quil::Seconds acknowledgeRetry = 0.01;
 
@@ -57,7 +59,7 @@ class L2RIB_EXPORT ReaderSm : Mem::ReaderKickSm::Handler, Quil::Clock::NotifieeC
     void onTime() override;
     void onDirectoryChange();
     void tryMount();
-    void connectOrAttach();
+    void connectOrAttach(SharedMem::FenixId fenix);
     bool attach(SharedMem::FenixId fenix);
     void work();
     void stateIs(State state);

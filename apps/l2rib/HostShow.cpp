@@ -10,19 +10,9 @@
 namespace Tool {
 namespace {
 
-constexpr Quil::Seconds mountTimeout = 3;
-
-void waitUntilReadable(HostTable& table, const std::string& root) {
-    const Quil::Seconds deadline = table.loop.clock()->now() + mountTimeout;
+void requireReadable(const HostTable& table, const std::string& root) {
     const auto& map = table.hosts->hostControl();
-    while (!map.isReadable()) {
-        if (table.loop.clock()->now() >= deadline) {
-            const bool writerLives = SharedMem::FenixFile::writerLives(map.directory());
-            throw Quil::SystemException(Quil::cat(writerLives ? "the agent does not answer for table " : "no table ",
-                                                  map.name(), " under ", root));
-        }
-        table.loop.runOnce(0.05);
-    }
+    if (!map.isReadable()) throw Quil::SystemException(Quil::cat("no table ", map.name(), " under ", root));
 }
 
 void print(const std::vector<Apps::HostView>& rows) {
@@ -47,7 +37,7 @@ int hostShow(const Options& options) {
     const HostSelectors selectors(options.words);
     HostTable table(options.root);
     table.mount();
-    waitUntilReadable(table, options.root);
+    requireReadable(table, options.root);
     std::vector<L2Rib::HostAndSource> records;
     for (const auto& record : table.hosts->hosts()) {
         if (selectors.match(record)) records.push_back(record);

@@ -84,7 +84,7 @@ bool WriterKickSm::handle(Reader& reader, const void* packet, std::size_t size) 
         std::memcpy(&hello, packet, sizeof hello);
         if (hello.version != kickVersion) return false;
         reader.name.assign(hello.name, strnlen(hello.name, sizeof hello.name));
-        reader.sequence = currentSequence_;  // it maps the files after the welcome, so it sees at least this
+        reader.sequence = 0;  // until it says what it has seen
         reader.welcomed = true;
         KickWelcome welcome;
         welcome.fenix = fenix_;

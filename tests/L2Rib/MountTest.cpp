@@ -111,7 +111,6 @@ TEST_F(MountTest, ReaderServesADeadWritersTableAndFollowsItsReturn) {
     // Who comes while there is no writer reads the files it left.
     Corestore::EntityManager lateEm(loop, scratch.path());
     auto late = mounted(lateEm, QuilMemtab::reader);
-    ASSERT_TRUE(test::turnUntil(loop, [&] { return late->hostControl().isReadable(); }));
     EXPECT_EQ(std::distance(late->hosts().begin(), late->hosts().end()), 100);
 
     // The next incarnation has fewer hosts: those that vanished meanwhile are told, too.

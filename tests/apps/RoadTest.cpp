@@ -37,6 +37,8 @@ TEST_F(RoadTest, ShowsWhatAFileHoldsWhileTheAgentLivesAndAfter) {
     EXPECT_EQ(json["rows"][0].dump(), R"({"entryType":"dynamic","mac":"02:aa:aa:aa:aa:01","preference":100,"seqNo":0,)"
                                       R"("source":"local-dynamic","via":{"name":"p2","type":"interface"},"vlan":10})");
     EXPECT_EQ(tool({"host", "show", "vlan", "7"}).first, 1);
+    daemon.kill(SIGSTOP);  // whatever the agent is busy with
+    EXPECT_EQ(tool({"host", "show", "source", "bgp"}), std::pair(0, expected));
     daemon.kill(SIGKILL);
     daemon.wait();
     EXPECT_EQ(tool({"host", "show", "source", "bgp"}), std::pair(0, expected));
