@@ -342,40 +342,41 @@ class MemtabReader {
     // errs, the walk is slower.
     class Ahead {
      public:
-        void arrived(std::uint32_t bucket, const SlotReaderTable& slots, const BucketReaderTable& buckets) {
-            if (buckets.numBuckets() > tooFew) lookFrom(bucket, slots, buckets);
+        [[gnu::always_inline]] void arrived(std::uint32_t bucket, const SlotReaderTable& slots,
+                                            const BucketReaderTable& buckets) {
+            const std::uint32_t count = buckets.numBuckets(), mask = count - 1;
+            if (count < ringSize) return;  // any cache holds such a table
+            if (bucket != ring_[at_ % ringSize].bucket) [[unlikely]]
+                restart(bucket, count);
+            last_ = BucketTable::following(last_, count) & mask;
+            ring_[at_++ % ringSize].bucket = last_;
+            // Masked and bounded again: the ring may be left from a larger table.
+            __builtin_prefetch(&buckets.link(last_));
+            Entry& entry = ring_[(at_ + slotsAhead) % ringSize];
+            entry.first = bounded(Mem::Versioned::load(buckets.link(entry.bucket & mask)).value(), slots);
+            touch(slots.slot(entry.first, slotSize));
+            const std::uint32_t first = bounded(ring_[(at_ + secondsAhead) % ringSize].first, slots);
+            const Mem::Word64& link = slots.slot(first, slotSize).link;
+            touch(slots.slot(bounded(Mem::Versioned::load(link).value(), slots), slotSize));
         }
 
      private:
         static constexpr std::uint32_t ringSize = 32, slotsAhead = 16, secondsAhead = 8;  // buckets
-        static constexpr std::uint32_t tooFew = 64;  // buckets of a table that any cache holds
+        struct Entry {
+            std::uint32_t bucket = endOfList;
+            std::uint32_t first = 0;  // the first slot of its chain
+        };
 
-        void lookFrom(std::uint32_t bucket, const SlotReaderTable& slots, const BucketReaderTable& buckets) {
-            const std::uint32_t count = buckets.numBuckets(), mask = count - 1;
-            if (bucket != ring_[at_ % ringSize]) [[unlikely]] {
-                ring_[at_ % ringSize] = bucket;
-                for (std::uint32_t i = 1; i < ringSize; ++i) extend(i, count);
+        void restart(std::uint32_t bucket, std::uint32_t count) {
+            last_ = bucket;
+            for (std::uint32_t i = 0; i < ringSize; ++i) {
+                ring_[(at_ + i) % ringSize] = {last_, 0};
+                if (i + 1 < ringSize) last_ = BucketTable::following(last_, count) & (count - 1);
             }
-            extend(ringSize, count);
-            ++at_;
-            // Masked again: the ring may be left from a table of more buckets.
-            const auto link = [&](std::uint32_t distance) -> const Mem::Word64& {
-                return buckets.link(ring_[(at_ + distance) % ringSize] & mask);
-            };
-            __builtin_prefetch(&link(ringSize - 1));
-            touch(named(link(slotsAhead), slots));
-            touch(named(named(link(secondsAhead), slots).link, slots));
         }
-
-        void extend(std::uint32_t distance, std::uint32_t count) {
-            const std::uint32_t last = ring_[(at_ + distance - 1) % ringSize];
-            ring_[(at_ + distance) % ringSize] = BucketTable::following(last, count) & (count - 1);
-        }
-        // The slot that a link names; for the end of a chain the first one, so that there is no branch to guess wrong.
-        static const SlotTable::Slot& named(const Mem::Word64& link, const SlotReaderTable& slots) {
-            const std::uint32_t index = Mem::Versioned::load(link).value();
-            const std::uint32_t good = index < slots.numSlots() ? index : 0;
-            return slots.slot(good, slotSize);
+        // For the end of a chain the first slot, so that there is no branch to guess wrong.
+        static std::uint32_t bounded(std::uint32_t index, const SlotReaderTable& slots) {
+            return index < slots.numSlots() ? index : 0;
         }
         static void touch(const SlotTable::Slot& slot) {
             const auto* bytes = reinterpret_cast<const std::byte*>(&slot);
@@ -383,8 +384,9 @@ class MemtabReader {
             if constexpr (slotSize > 64) __builtin_prefetch(bytes + 64);
             if constexpr (slotSize > 128) __builtin_prefetch(bytes + slotSize - 1);
         }
-        std::uint32_t ring_[ringSize] = {endOfList};  // the buckets the walk comes to, the next one at at_
+        Entry ring_[ringSize];  // the buckets the walk comes to, the next one at at_
         std::uint32_t at_ = 0;
+        std::uint32_t last_ = 0;  // the farthest
     };
 
     // One step from the slot the hint names, when nothing stands in the way: that slot still holds the entry it held,
