@@ -9,7 +9,7 @@ set -euo pipefail
 packages=(g++ cmake ninja-build ccache pkg-config libcli11-dev nlohmann-json3-dev libmnl-dev googletest libbenchmark-dev
           iproute2 iputils-ping)
 if [ "${1:-}" = --all ]; then
-    packages+=(clang clang-format g++-i686-linux-gnu qemu-user)
+    packages+=(clang clang-format clang-tidy g++-i686-linux-gnu qemu-user)
 fi
 
 missing=()

@@ -26,7 +26,7 @@ Quil::String timeNow() {
 
 class Monitor : public L2Rib::HostOutput::NotifieeConst {
  public:
-    Monitor(const Options& options, HostSelectors selectors) : options_(options), selectors_(std::move(selectors)) {}
+    Monitor(const Options& options, HostSelectors selectors) : options_(options), selectors_(selectors) {}
 
     // Mounted, or mounted again: what is there now against what was known.
     void onHost() override {

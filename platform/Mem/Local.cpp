@@ -48,7 +48,7 @@ void LocalMemory::resize(std::uint64_t newSize) {
 
 Local::Local(Quil::String name, std::shared_ptr<LocalMemory> memory)
     : Segment(std::move(name)), memory_(std::move(memory)) {
-    refresh();
+    Local::refresh();
 }
 
 bool Local::refresh() {

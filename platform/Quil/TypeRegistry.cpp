@@ -14,7 +14,7 @@ TypeRegistry& TypeRegistry::instance() {
     return registry;
 }
 
-const Type& TypeRegistry::add(Type type) { return types_.try_emplace(type.name, std::move(type)).first->second; }
+const Type& TypeRegistry::add(const Type& type) { return types_.try_emplace(type.name, type).first->second; }
 
 const Type* TypeRegistry::find(const String& name) const {
     const auto found = types_.find(name);

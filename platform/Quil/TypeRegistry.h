@@ -41,7 +41,7 @@ class L2RIB_EXPORT Type {
 class L2RIB_EXPORT TypeRegistry {
  public:
     static TypeRegistry& instance();
-    const Type& add(Type type);
+    const Type& add(const Type& type);
     const Type* find(const String& name) const;
     std::vector<String> names() const;
     // Raises the range exception for an unknown type or a wrong number of arguments.
