@@ -146,7 +146,7 @@ const Type& registerValue() {
         type.fields.emplace_back("value");
     }
     type.reprint = [](const String& text) { return textOf(valueOf<T>(text)); };
-    return TypeRegistry::instance().add(std::move(type));
+    return TypeRegistry::instance().add(type);
 }
 
 // The registered description of a type; the base class Entity has an empty one.
