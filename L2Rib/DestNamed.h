@@ -31,6 +31,8 @@ class DestNamed : public Table<Derived, Record, DestId> {
 
     // Inserts or overwrites the entry of the record's key, and notifies.
     void destIs(const Record& record) { this->recordIs(record); }
+    // Publishes the record that was filled in place: destControl().directWrite(key)->value().
+    void destCommit(const Record* record) { this->recordCommit(record); }
     // Removes an entry, notifies and returns it; without one, returns the default record.
     Record destDel(const Key& key) { return this->recordDel(key); }
     Record destDel(const IteratorConst& at) { return this->recordDel(at); }

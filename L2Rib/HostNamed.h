@@ -31,6 +31,8 @@ class HostNamed : public Table<Derived, Record, Bridging::MacVlanPair> {
 
     // Inserts or overwrites the entry of the record's key, and notifies.
     void hostIs(const Record& record) { this->recordIs(record); }
+    // Publishes the record that was filled in place: hostControl().directWrite(key)->value().
+    void hostCommit(const Record* record) { this->recordCommit(record); }
     // Removes an entry, notifies and returns it; without one, returns the default record.
     Record hostDel(const Key& key) { return this->recordDel(key); }
     Record hostDel(const IteratorConst& at) { return this->recordDel(at); }

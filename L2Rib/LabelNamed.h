@@ -31,6 +31,8 @@ class LabelNamed : public Table<Derived, Record, LabelId> {
 
     // Inserts or overwrites the entry of the record's key, and notifies.
     void labelIs(const Record& record) { this->recordIs(record); }
+    // Publishes the record that was filled in place: labelControl().directWrite(key)->value().
+    void labelCommit(const Record* record) { this->recordCommit(record); }
     // Removes an entry, notifies and returns it; without one, returns the default record.
     Record labelDel(const Key& key) { return this->recordDel(key); }
     Record labelDel(const IteratorConst& at) { return this->recordDel(at); }

@@ -31,6 +31,8 @@ class LoadBalanceNamed : public Table<Derived, Record, LoadBalanceId> {
 
     // Inserts or overwrites the entry of the record's key, and notifies.
     void lbIs(const Record& record) { this->recordIs(record); }
+    // Publishes the record that was filled in place: lbControl().directWrite(key)->value().
+    void lbCommit(const Record* record) { this->recordCommit(record); }
     // Removes an entry, notifies and returns it; without one, returns the default record.
     Record lbDel(const Key& key) { return this->recordDel(key); }
     Record lbDel(const IteratorConst& at) { return this->recordDel(at); }

@@ -61,7 +61,7 @@ class Table : public Quil::Entity {
      private:
         Map* map_ = nullptr;
         Wrapper entry_;
-        Memtab::ReaderIterHint hint_;
+        typename Map::IterHint hint_;
         bool valid_ = false;
     };
     struct Range {
@@ -100,6 +100,12 @@ class Table : public Quil::Entity {
         ++isCounter_;
         map_.safeWrite(Wrapper(record));
         notifyKey(record.key());
+    }
+    void recordCommit(const Record* record) {
+        ++isCounter_;
+        const Key key = record->key();
+        map_.directCommit();
+        notifyKey(key);
     }
     Record recordDel(const Key& key) {
         ++delCounter_;

@@ -64,9 +64,28 @@ Mem::Word64& BucketWriterTable::operator[](std::uint32_t bucket) {
     return links()[bucket];
 }
 
-void BucketWriterTable::resize(std::uint32_t numBuckets) {
+bool BucketWriterTable::attachExisting(Quil::Trace& debug, Mem::Directory& directory, FenixId fenix,
+                                       Quil::String& reason) {
+    segment_ = directory.open(fileName, Mem::Directory::For::writing);
+    if (!segment_) {
+        reason = cat("no file ", fileName);
+        return false;
+    }
+    if (!header().validate(debug, segment_->size(), fenix, reason)) return false;
+    numBuckets_ = Versioned::load(header().count).value();
+    room_ = static_cast<std::uint32_t>((segment_->size() - 64) / 8);
+    return true;
+}
+
+void BucketWriterTable::makeRoom(std::uint32_t numBuckets) {
+    if (numBuckets <= room_) return;
     segment_->resize(BucketTable::fileSize(numBuckets));
     room_ = numBuckets;
+}
+
+void BucketWriterTable::shorten() {
+    segment_->resize(BucketTable::fileSize(numBuckets_));
+    room_ = numBuckets_;
 }
 
 void BucketWriterTable::publishCount(std::uint32_t numBuckets) {

@@ -72,12 +72,17 @@ class L2RIB_EXPORT BucketWriterTable {
 
     // A fresh file with this many empty buckets, a power of two; it has its name only after publish().
     void create(Mem::Directory& directory, std::uint32_t numBuckets, FenixId fenix);
+    bool attachExisting(Quil::Trace& debug, Mem::Directory& directory, FenixId fenix, Quil::String& reason);
     std::uint32_t numBuckets() const { return numBuckets_; }
+    std::uint32_t countCounter() { return Mem::Versioned::load(header().count).counter(); }
+    // Whether the file has more links than buckets; shorten() makes it fit. Nobody may have more mapped.
+    bool isTooLong() const { return room_ > numBuckets_; }
+    void shorten();
     std::uint32_t rhashMask() const { return BucketTable::rhashMask(numBuckets_); }
     Mem::Segment& segment() { return *segment_; }
     Mem::Word64& operator[](std::uint32_t bucket);  // raises corruption when out of range
-    // Makes room for this many buckets, without publishing the count.
-    void resize(std::uint32_t numBuckets);
+    // Makes room for at least this many buckets, without publishing the count.
+    void makeRoom(std::uint32_t numBuckets);
     // ORDER buckets, with BucketReaderTable::checkResize: every link below the new count is complete.
     void publishCount(std::uint32_t numBuckets);
     void detach() { segment_.reset(); }

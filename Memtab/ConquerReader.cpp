@@ -10,6 +10,7 @@ using ConquerTable::Record;
 using ConquerTable::tombstoneSlot;
 using Mem::Versioned;
 using Mem::Atomics::load32;
+using Mem::Atomics::load64;
 using Mem::Atomics::loadSplit;
 using Quil::cat;
 
@@ -36,12 +37,14 @@ ConquerReader::View ConquerReader::view() {
         if (segments_[id]->size() < ConquerTable::fileSize(capacity)) segments_[id]->refresh();
         // ORDER queue, with ConquerWriter::notify: the records below this position are whole.
         const std::uint32_t end = load32(table(id).currentPos);
-        if (!(currentWord() == word)) continue;
+        // ORDER corral, with ConquerWriter::corralIs: what of it lies below that position was announced before.
+        const std::uint64_t start = load64(table(id).corralStart), stop = load64(table(id).corralEnd);
+        if (!(currentWord() == word) || load64(table(id).corralStart) != start) continue;
         if (end > capacity || segments_[id]->size() < ConquerTable::fileSize(capacity)) {
             throw Verro::CorruptionDetectedException(
                 cat("ConquerReader::view() pos:", end, " max:", capacity, " file size:", segments_[id]->size()));
         }
-        return {word, &table(id), end};
+        return {word, &table(id), end, start, stop};
     }
 }
 
@@ -76,10 +79,13 @@ bool ConquerReader::poll(std::vector<std::uint32_t>& slots, std::size_t budget) 
     for (;;) {
         const View v = view();
         std::uint32_t position = firstAfter(v, sequence_);
-        for (; position < v.end && taken < budget; ++position) {
+        bool held = false;
+        for (; position < v.end && (taken < budget || isAmidCorral(v)); ++position) {
             const Record& record = v.header->record(position);
             const std::uint64_t sequence = loadSplit(record.sequence);
             const std::uint32_t slot = load32(record.slot);
+            held = v.corralStart != 0 && v.corralEnd == 0 && sequence >= v.corralStart;
+            if (held) break;
             // ORDER switch, with ConquerWriter::switchTo: had the file been reused under us, the word would differ.
             if (!isCurrent(v)) break;
             if (sequence <= sequence_) {
@@ -91,8 +97,12 @@ bool ConquerReader::poll(std::vector<std::uint32_t>& slots, std::size_t budget) 
             slots.push_back(slot);
             ++taken;
         }
-        if (isCurrent(v)) return position < v.end;
+        if (isCurrent(v)) return position < v.end && !held;
     }
+}
+
+bool ConquerReader::isAmidCorral(const View& v) const {
+    return v.corralStart != 0 && sequence_ >= v.corralStart && sequence_ < v.corralEnd;
 }
 
 }  // namespace Memtab

@@ -21,7 +21,8 @@ class L2RIB_EXPORT ConquerReader {
     std::uint64_t sequence() const { return sequence_; }
     // Takes everything queued so far as consumed: for a reader about to look at the whole table.
     void skipToEnd();
-    // Appends the slots changed since, in order, at most so many. Returns whether more may be waiting.
+    // Appends the slots changed since, in order, at most so many, but the moves of one shrink together: none before it
+    // has ended, then all of them. Returns whether more may be waiting.
     // Throws CorruptionDetectedException when the queue does not hang together.
     bool poll(std::vector<std::uint32_t>& slots, std::size_t budget);
 
@@ -29,9 +30,11 @@ class L2RIB_EXPORT ConquerReader {
     struct View {  // of the current file, good while the current word stays the same
         Mem::Versioned word;
         const ConquerTable::Header* header;
-        std::uint32_t end;  // records below this position are whole
+        std::uint32_t end;                     // records below this position are whole
+        std::uint64_t corralStart, corralEnd;  // 0: none; 0: open
     };
     View view();
+    bool isAmidCorral(const View& v) const;  // some of it is consumed, not all
     bool isCurrent(const View& v) const { return currentWord() == v.word; }
     Mem::Versioned currentWord() const { return Mem::Versioned::load(table(0).current); }
     std::uint32_t firstAfter(const View& v, std::uint64_t sequence) const;

@@ -44,6 +44,11 @@ class MemtabMap : ReaderSm::Front {
  public:
     using Writer = MemtabWriter<Key, Value, OpsType>;
     using Reader = MemtabReader<Key, Value, OpsType>;
+    // Where a walk stands, for whichever of the two walks.
+    struct IterHint {
+        WriterIterHint writer;
+        ReaderIterHint reader;
+    };
 
     explicit MemtabMap(SlotTable::Format stored) : stored_(std::move(stored)) {
         static const Value defaultValue{};
@@ -92,7 +97,7 @@ class MemtabMap : ReaderSm::Front {
     // Lets go of files and mappings. The files stay, for readers and for the next writer. A notification may call this.
     void detach() {
         if (!inTurn_) attached_.reset();
-        if (writer_) writer_->conquer().kickSmIs(nullptr);
+        if (writer_) writer_->kickSmIs(nullptr);
         writerMount_.reset();
         writer_.reset();
         if (readerSm_) {
@@ -105,15 +110,17 @@ class MemtabMap : ReaderSm::Front {
     // What becomes of a table whose owner left the tree; a derived map may do more.
     virtual void controlDetach() { detach(); }
 
-    // Whether the files of this table under the root have sound headers of this table's type; traces what is wrong.
+    // Whether the files of this table under the root are sound and of this table's type; traces what is wrong.
     bool validateFiles(const Quil::String& root, unsigned /*flags*/) {
         Mem::SharedDirectory directory(directoryOf(root, name_));
         Quil::String reason;
-        Attached files(debug());
-        const bool good =
-            files.reader.attach(directory, 0, stored_, reason) && files.queue.attach(debug(), directory, 0, reason);
-        if (!good) debug().log(1, [&] { return Quil::cat("MemtabMap::validateFiles() ", name_, ": ", reason); });
-        return good;
+        return Validator(debug(), name_).validate(directory, 0, &stored_, reason);
+    }
+    // Whether the table that this process writes hangs together, in memory and in its files.
+    bool validate(Quil::String& reason) {
+        Mem::Directory& directory =
+            writerMount_ ? static_cast<Mem::Directory&>(writerMount_->directory) : *localDirectory_;
+        return writer("MemtabMap::validate()").validate(directory, 0, reason);
     }
 
     // Insert or replace; remove. Corruption is reported to the hook and raised as an assertion exception.
@@ -124,6 +131,20 @@ class MemtabMap : ReaderSm::Front {
         bool found = false;
         guarded("MemtabMap::safeRemove()", [&] { found = writer("MemtabMap::safeRemove()").remove(key, &removed); });
         return found;
+    }
+
+    // In place: directWrite() hands out the value of the key to be filled in, directUpdate() only that of an entry
+    // which is there (else null), directCommit() writes it. Nothing else may be written or removed between. See
+    // MemtabWriter.h.
+    Value* directWrite(const Key& key) {
+        return guarded("MemtabMap::directWrite()", [&] { return writer("MemtabMap::directWrite()").directWrite(key); });
+    }
+    Value* directUpdate(const Key& key) {
+        return guarded("MemtabMap::directUpdate()",
+                       [&] { return writer("MemtabMap::directUpdate()").directUpdate(key); });
+    }
+    void directCommit() {
+        guarded("MemtabMap::directCommit()", [&] { writer("MemtabMap::directCommit()").directCommit(); });
     }
 
     // The entry of the key; false leaves the default value. Corruption counts as absent.
@@ -143,13 +164,15 @@ class MemtabMap : ReaderSm::Front {
     }
 
     // Walks in the table's order. Corruption ends the walk.
-    bool first(Value& out, ReaderIterHint& hint) {
-        return walk(out, hint,
-                    [&] { return attached_ ? attached_->reader.first(out, hint) : writer_ && writer_->first(out); });
-    }
-    bool next(const Key& key, Value& out, ReaderIterHint& hint) {
+    bool first(Value& out, IterHint& hint) {
         return walk(out, hint, [&] {
-            return attached_ ? attached_->reader.next(key, out, hint) : writer_ && writer_->next(key, out);
+            return attached_ ? attached_->reader.first(out, hint.reader) : writer_ && writer_->first(out, hint.writer);
+        });
+    }
+    bool next(const Key& key, Value& out, IterHint& hint) {
+        return walk(out, hint, [&] {
+            return attached_ ? attached_->reader.next(key, out, hint.reader)
+                             : writer_ && writer_->next(key, out, hint.writer);
         });
     }
 
@@ -211,7 +234,7 @@ class MemtabMap : ReaderSm::Front {
     void becomes(Mode mode) {
         readerSm_.reset();
         attached_.reset();
-        if (writer_) writer_->conquer().kickSmIs(nullptr);
+        if (writer_) writer_->kickSmIs(nullptr);
         writerMount_.reset();
         writer_.reset();
         localDirectory_.reset();
@@ -222,27 +245,34 @@ class MemtabMap : ReaderSm::Front {
 
     void mountWriter(const Options& options, const MountPoint& point, const Quil::String& directory) {
         auto mount = std::make_unique<WriterMount>(directory);
-        const FenixId before = mount->fenix.id();
-        mount->fenix.write();  // before any file of the new incarnation
         auto writer = std::make_unique<Writer>(debug(), name_, options, stored_);
-        try {
-            writer->attach(mount->directory, mount->fenix.id());
-        } catch (...) {
-            if (before != 0) mount->fenix.write(before);  // what stood here before can still be read
-            throw;
+        const FenixId before = mount->fenix.id();
+        if (options.keepOverRestart && before != 0 && writer->attachExisting(mount->directory, before)) {
+            mount->fenix.write(before);  // the same incarnation, in a new process
+        } else {
+            startAfresh(*mount, *writer);
         }
         // Last, when everything is in place: who connects finds a whole table.
-        Writer* w = writer.get();
         mount->kickSm =
-            std::make_unique<Mem::WriterKickSm>(point.loop, directory, mount->fenix.id(), options.kickReaders,
-                                                w->sequence(), [w] { w->conquer().updateNumReaders(); });
-        writer->conquer().kickSmIs(mount->kickSm.get());
+            std::make_unique<Mem::WriterKickSm>(point.loop, directory, mount->fenix.id(), options.kickReaders, *writer);
+        writer->kickSmIs(mount->kickSm.get());
         becomes(Mode::writer);
         incarnation_ = mount->fenix.id();
         directory_ = directory;
         writer_ = std::move(writer);
         writerMount_ = std::move(mount);
         hooks_.onMountStatus();
+    }
+
+    void startAfresh(WriterMount& mount, Writer& writer) {
+        const FenixId before = mount.fenix.id();
+        mount.fenix.write();  // before any file of the new incarnation
+        try {
+            writer.attach(mount.directory, mount.fenix.id());
+        } catch (...) {
+            if (before != 0) mount.fenix.write(before);  // what stood here before can still be read
+            throw;
+        }
     }
 
     void mountReader(const MountPoint& point, const Quil::String& directory) {
@@ -262,9 +292,9 @@ class MemtabMap : ReaderSm::Front {
     }
 
     template <class F>
-    void guarded(const char* operation, F&& run) {
+    auto guarded(const char* operation, F&& run) {
         try {
-            run();
+            return run();
         } catch (const Verro::CorruptionDetectedException& error) {
             corruptionDetected(error.what());
             throw Quil::AssertionException(Quil::cat(operation, " in no man's land"));
@@ -287,10 +317,10 @@ class MemtabMap : ReaderSm::Front {
     }
 
     template <class F>
-    bool walk(const Value& out, const ReaderIterHint& hint, F&& step) {
+    bool walk(const Value& out, const IterHint& hint, F&& step) {
         bool found = false;
         if (!reading([&] { found = step(); })) return false;
-        if (found && attached_) follower_.saw(hint.slot, out.fwkKey());
+        if (found && attached_) follower_.saw(hint.reader.slot, out.fwkKey());
         return found;
     }
 

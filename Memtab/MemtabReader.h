@@ -40,8 +40,7 @@ class MemtabReader {
     explicit MemtabReader(Quil::Trace& debug) : debug_(debug) {}
 
     bool attach(Mem::Directory& directory, FenixId fenix, const SlotTable::Format& expected, Quil::String& reason) {
-        static std::atomic<std::uint32_t> attachments{0};
-        attachment_ = ++attachments;
+        attachment_ = nextAttachment();
         return slots_.attach(debug_, directory, fenix, expected, reason) &&
                buckets_.attach(debug_, directory, fenix, reason);
     }
@@ -109,6 +108,11 @@ class MemtabReader {
         return slots_.slot(index, slotSize);
     }
 
+    static std::uint32_t nextAttachment() {
+        static std::atomic<std::uint32_t> attachments{0};
+        return ++attachments;
+    }
+
     // Repeats an attempt until no count word moved during it. An error of an attempt that ran over an outdated mapping
     // is none.
     template <class Attempt>
@@ -126,6 +130,7 @@ class MemtabReader {
         if (!slots_.isStale() && !buckets_.isStale()) [[likely]]
             return false;
         const bool slotsMoved = slots_.checkResize();
+        if (slotsMoved) attachment_ = nextAttachment();  // after a shrink a slot may come back with another entry
         return buckets_.checkResize(debug_) || slotsMoved;
     }
 

@@ -13,7 +13,7 @@ struct Hash {
     std::uint32_t operator()(const Key& key) const { return std::invoke(hashMember, key); }
 };
 
-// Key: hash(), ==, <, str(). Value: fwkKey(), trivially copyable, a multiple of 4 bytes.
+// Key: hash(), ==, <, str(). Value: fwkKey(), str(), trivially copyable, a multiple of 4 bytes.
 template <class KeyType, class ValueType, class HashType = Hash<KeyType, &KeyType::hash>>
 struct Ops {
     using Key = KeyType;
@@ -22,6 +22,7 @@ struct Ops {
     static bool less(const Key& a, const Key& b) { return a < b; }
     static bool equal(const Key& a, const Key& b) { return a == b; }
     static Quil::String text(const Key& key) { return Quil::cat(key); }
+    static Quil::String text(const Value& value) { return value.str(); }
 };
 
 }  // namespace Memtab

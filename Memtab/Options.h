@@ -8,15 +8,18 @@
 namespace Memtab {
 
 struct Options {
-    std::uint32_t maxSize = 16384;   // entries expected at most; passed by a tenth at a time unless fixedCapacity
-    std::uint32_t initialSlots = 0;  // 0: a quarter of maxSize (all of it with fixedCapacity), at least 1
-    bool fixedCapacity = false;      // the table never grows beyond its first size
-    bool waitForReaders = false;     // keep every notification until the expected readers are connected
-    bool shrinkSlots = false;        // give slots back when most are empty
-    bool shrinkBuckets = false;      // likewise buckets
-    bool pruneConquer = true;        // drop notifications that every reader has consumed
-    bool kickReaders = false;        // wake readers through the kick socket
-    bool keepOverRestart = false;    // a restarted writer keeps a valid table
+    std::uint32_t maxSize = 16384;      // entries expected at most; passed by a tenth at a time unless fixedCapacity
+    std::uint32_t initialSlots = 0;     // 0: a quarter of maxSize (all of it with fixedCapacity), at least 1
+    std::uint32_t expectedReaders = 0;  // with waitForReaders: so many must have connected before anything is dropped
+    std::uint32_t maxNotifications =
+        0;                         // cap of the queue; 0: 16 times its first capacity. The slowest reader goes then
+    bool fixedCapacity = false;    // the table never grows beyond its first size
+    bool waitForReaders = false;   // keep every notification until the expected readers are connected
+    bool shrinkSlots = false;      // give slots back when most are empty
+    bool shrinkBuckets = false;    // likewise buckets
+    bool pruneConquer = true;      // drop notifications that every reader has consumed
+    bool kickReaders = false;      // wake readers through the kick socket
+    bool keepOverRestart = false;  // a restarted writer keeps a valid table
 
     // The table is born with this many slots and never has fewer.
     std::uint32_t firstSlots() const {

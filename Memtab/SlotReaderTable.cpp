@@ -1,42 +1,12 @@
 #include "Memtab/SlotReaderTable.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "Memtab/SlotWriterTable.h"
 
 namespace Memtab {
 
 using Mem::Versioned;
-using Mem::Atomics::load32;
-using Quil::cat;
-
-namespace {
-
-// Why the file is not of this reader's type, or nothing.
-Quil::String typeFault(const SlotTable::Header& header, const SlotTable::Format& expected) {
-    const auto differs = [](const char* field, const Quil::String& name) {
-        return std::strncmp(field, name.c_str(), SlotTable::Header::nameSize) != 0;
-    };
-    const auto text = [](const char* field) {
-        return std::string_view(field, strnlen(field, SlotTable::Header::nameSize));
-    };
-    if (differs(header.valueType, expected.valueType)) {
-        return cat("SlotReader::attach() bad valueType: ", text(header.valueType), " wanted: ", expected.valueType);
-    }
-    if (differs(header.classType, expected.classType)) {
-        return cat("SlotReader::attach() bad classType: ", text(header.classType), " wanted: ", expected.classType);
-    }
-    if (load32(header.valueSize) != expected.valueSize) {
-        return cat("SlotReader::attach() bad valueSize: ", load32(header.valueSize), " wanted: ", expected.valueSize);
-    }
-    if (load32(header.slotSize) != expected.slotSize()) {
-        return cat("SlotReader::attach() bad slotSize: ", load32(header.slotSize), " wanted: ", expected.slotSize());
-    }
-    return {};
-}
-
-}  // namespace
 
 bool SlotReaderTable::attach(Quil::Trace& debug, Mem::Directory& directory, FenixId fenix,
                              const SlotTable::Format& expected, Quil::String& reason) {
@@ -49,7 +19,7 @@ bool SlotReaderTable::attach(Quil::Trace& debug, Mem::Directory& directory, Feni
     while (!header().validate(debug, segment_->size(), fenix, reason)) {
         if (!segment_->refresh()) return false;
     }
-    reason = typeFault(header(), expected);
+    reason = SlotTable::typeFault("SlotReader::attach()", header(), expected);
     if (!reason.empty()) return false;
     headerSize_ = expected.headerSize();
     slotSize_ = expected.slotSize();

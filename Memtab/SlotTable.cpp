@@ -140,4 +140,23 @@ void Header::trace(Quil::Trace& debug) const {
     });
 }
 
+Quil::String typeFault(const char* operation, const Header& header, const Format& expected) {
+    const auto fault = [&](const char* field, const auto& found, const auto& wanted) {
+        return cat(operation, " bad ", field, ": ", found, " wanted: ", wanted);
+    };
+    if (nameOf(header.valueType) != expected.valueType) {
+        return fault("valueType", nameOf(header.valueType), expected.valueType);
+    }
+    if (nameOf(header.classType) != expected.classType) {
+        return fault("classType", nameOf(header.classType), expected.classType);
+    }
+    if (load32(header.valueSize) != expected.valueSize) {
+        return fault("valueSize", load32(header.valueSize), expected.valueSize);
+    }
+    if (load32(header.slotSize) != expected.slotSize()) {
+        return fault("slotSize", load32(header.slotSize), expected.slotSize());
+    }
+    return {};
+}
+
 }  // namespace Memtab::SlotTable

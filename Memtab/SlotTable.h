@@ -131,6 +131,9 @@ static_assert(offsetof(Header, occupiedSlots) == 168 && offsetof(Header, freeSlo
 static_assert(offsetof(Header, mostSlots) == 176 && offsetof(Header, numSlots) == 184 &&
               offsetof(Header, spare) == 192);
 
+// Why the file does not hold what is expected, or nothing. The header is valid.
+L2RIB_EXPORT Quil::String typeFault(const char* operation, const Header& header, const Format& expected);
+
 // Makes a slot free and on no list: link 0/endOfList, state 0, rhash 0, default value.
 L2RIB_EXPORT void initialize(Slot& slot, const Format& stored);
 

@@ -1,5 +1,7 @@
 #include "Memtab/SlotWriterTable.h"
 
+#include <algorithm>
+#include <bit>
 #include <new>
 
 #include "Memtab/Exception.h"
@@ -20,6 +22,7 @@ SlotWriterTable::SlotWriterTable(Quil::Trace& debug, Quil::String tableName, con
       maxSlots_(options.maxSize),
       minSlots_(options.firstSlots()),
       fixedCapacity_(options.fixedCapacity),
+      shrinkSlots_(options.shrinkSlots),
       stored_(std::move(stored)),
       slotSize_(stored_.slotSize()) {}
 
@@ -32,6 +35,30 @@ void SlotWriterTable::create(Mem::Directory& directory, FenixId fenix) {
     bind();
     addFreeSlots(0, numSlots_);
     store32(header().freeSlots, 0);
+    findShrinkThreshold();
+}
+
+bool SlotWriterTable::attachExisting(Mem::Directory& directory, FenixId fenix, Quil::String& reason) {
+    segment_ = directory.open(fileName, Mem::Directory::For::writing);
+    if (!segment_) {
+        reason = cat("no file ", fileName);
+        return false;
+    }
+    bind();
+    if (!header().validate(debug_, segment_->size(), fenix, reason)) return false;
+    reason = SlotTable::typeFault("SlotWriter::attach()", header(), stored_);
+    numSlots_ = Versioned::load(header().numSlots).value();
+    if (reason.empty() && fixedCapacity_ && numSlots_ != minSlots_) {
+        reason = cat("SlotWriter::attach() wanted capacity:", minSlots_,
+                     " for fixed-size table, but existing file has capacity:", numSlots_);
+    }
+    if (reason.empty() && load32(header().maxSlots) != maxSlots_) {
+        reason = cat("SlotWriter::attach() bad maxSlots: ", load32(header().maxSlots), " wanted: ", maxSlots_);
+    }
+    if (!reason.empty()) return false;
+    header().trace(debug_);
+    findShrinkThreshold();
+    return true;
 }
 
 void SlotWriterTable::bind() {
@@ -67,8 +94,10 @@ bool SlotWriterTable::grow() {
     }
     const std::uint32_t after = grownSize();
     if (fixedCapacity_ || after == before) return false;
+    // Slots that a shrink left behind in the file go on counting: readers may remember what they last saw there.
+    const std::uint32_t known = slotsInFile();
     resize(after);
-    for (std::uint32_t i = before; i < after; ++i) {
+    for (std::uint32_t i = std::max(before, known); i < after; ++i) {
         SlotTable::initialize(*reinterpret_cast<Slot*>(slots_ + std::size_t(i) * slotSize_), stored_);
     }
     numSlots_ = after;
@@ -78,6 +107,7 @@ bool SlotWriterTable::grow() {
     // says so. A reader that mapped between the steps would read past the end.
     Versioned::load(header().numSlots).next(after, 1).store(header().numSlots);
     store32(header().freeSlots, before);
+    findShrinkThreshold();
     ++counters_.grows;
     debug_.log(5, [&] { return cat("SlotWriter::grow() ", tableName_, " from ", before, " to ", after, " slots"); });
     return true;
@@ -89,6 +119,7 @@ void SlotWriterTable::resize(std::uint32_t numSlots) {
     }
     const std::byte* before = segment_->base();
     const std::uint64_t size = stored_.fileSize(numSlots);
+    if (size <= segment_->size()) return;  // a shrink left the file that long
     try {
         segment_->resize(size);
     } catch (const Quil::Exception& error) {
@@ -118,6 +149,68 @@ void SlotWriterTable::addFreeSlots(std::uint32_t start, std::uint32_t end) {
         Mem::Word64& link = (*this)[i].link;
         Versioned::load(link).next(i + 1 < end ? i + 1 : endOfList, linkStep).store(link);
     }
+}
+
+std::uint32_t SlotWriterTable::slotsInFile() const {
+    return static_cast<std::uint32_t>((segment_->size() - stored_.headerSize()) / slotSize_);
+}
+
+// The largest power of two strictly below the number of slots.
+void SlotWriterTable::findShrinkThreshold() {
+    const bool may = shrinkSlots_ && !fixedCapacity_ && numSlots_ > minSlots_;
+    shrinkThreshold_ = may ? std::bit_floor(numSlots_ - 1) : 0;
+    debug_.log(5, [&] { return cat("SlotWriter::shrinkThreshold(): shrinkThreshold_:", shrinkThreshold_); });
+}
+
+std::uint32_t SlotWriterTable::shrinkTarget() const { return std::max(minSlots_, 4 * std::bit_floor(occupiedSlots())); }
+
+void SlotWriterTable::purgeFreeSlots(std::uint32_t target) {
+    std::uint32_t head = endOfList, last = endOfList, steps = 0;
+    const auto follow = [&](std::uint32_t slot) {  // the slot comes next on the list
+        if (last == endOfList) {
+            head = slot;
+        } else if (Versioned::load((*this)[last].link).value() != slot) {
+            Mem::Word64& link = (*this)[last].link;
+            Versioned::load(link).next(slot, linkStep).store(link);
+        }
+        last = slot;
+    };
+    for (std::uint32_t slot = load32(header().freeSlots); slot != endOfList;) {
+        if (++steps > numSlots_) {
+            throw Verro::CorruptionDetectedException("SlotWriter::purgeFreeSlots() free-list cycle detected");
+        }
+        const std::uint32_t next = Versioned::load((*this)[slot].link).value();
+        if (slot < target) follow(slot);
+        slot = next;
+    }
+    follow(endOfList);
+    store32(header().freeSlots, head);
+}
+
+std::uint32_t SlotWriterTable::takeLower(std::uint32_t from) {
+    const std::uint32_t to = load32(header().freeSlots);
+    if (to == endOfList) {
+        throw Verro::CorruptionDetectedException(cat("SlotWriter::move() not valid toSlotId:", to));
+    }
+    if (to >= from) {
+        throw Verro::CorruptionDetectedException(
+            cat("SlotWriter::move() should always move entries to lower section fromSlotId:", from, " toSlotId:", to));
+    }
+    store32(header().freeSlots, Versioned::load((*this)[to].link).value());
+    return to;
+}
+
+void SlotWriterTable::publishShrunk(std::uint32_t target) {
+    Versioned::load(header().numSlots).next(target, 1).store(header().numSlots);
+    numSlots_ = target;
+    findShrinkThreshold();
+    ++counters_.shrinks;
+    debug_.log(5, [&] { return cat("SlotWriter::shrink() newNumSlots:", target); });
+}
+
+void SlotWriterTable::shorten() {
+    segment_->resize(stored_.fileSize(numSlots_));
+    bind();
 }
 
 }  // namespace Memtab

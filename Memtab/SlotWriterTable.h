@@ -26,6 +26,8 @@ class L2RIB_EXPORT SlotWriterTable {
 
     // A fresh file with every slot on the free list; it has its name only after publish().
     void create(Mem::Directory& directory, FenixId fenix);
+    // Goes on with the file that is there. False with a reason when it is not sound, or of another kind.
+    bool attachExisting(Mem::Directory& directory, FenixId fenix, Quil::String& reason);
     void detach() { segment_.reset(); }
 
     Mem::Segment& segment() { return *segment_; }
@@ -59,6 +61,11 @@ class L2RIB_EXPORT SlotWriterTable {
         ++counters_.allocs;
         return index;
     }
+    // Makes sure that alloc() will find a slot, and says which. May grow the file, and fails as alloc() does.
+    std::uint32_t reserve() {
+        if (Mem::Atomics::load32(header().freeSlots) == endOfList) growOrThrow();
+        return Mem::Atomics::load32(header().freeSlots);
+    }
     // Gives back a slot that no chain holds any more.
     void free(std::uint32_t index) {
         SlotTable::Slot& slot = (*this)[index];
@@ -69,7 +76,25 @@ class L2RIB_EXPORT SlotWriterTable {
         ++counters_.removes;
     }
 
+    // Below half of this many entries the table is to shrink; 0: it never shrinks.
+    std::uint32_t shrinkThreshold() const { return shrinkThreshold_; }
+    // The size that fits the entries there are.
+    std::uint32_t shrinkTarget() const;
+    // The steps of a shrink, in this order. The free list then holds only slots below the target ...
+    void purgeFreeSlots(std::uint32_t target);
+    // ... each entry beyond moves to one of them: takes it from the list, for an entry that stands in the slot `from`
+    // ...
+    std::uint32_t takeLower(std::uint32_t from);
+    // ... and the count says so. The file keeps its length until shorten().
+    void publishShrunk(std::uint32_t target);
+
+    // Whether the file is longer than its slots need; shorten() makes it fit. Nobody may have more slots mapped.
+    bool isTooLong() const { return segment_ && segment_->size() > stored_.fileSize(numSlots_); }
+    void shorten();
+    std::uint32_t countCounter() const { return Mem::Versioned::load(header().numSlots).counter(); }
+
     struct Counters {
+        std::uint64_t shrinks = 0;
         std::uint64_t grows = 0;
         std::uint64_t allocs = 0;
         std::uint64_t removes = 0;
@@ -78,6 +103,8 @@ class L2RIB_EXPORT SlotWriterTable {
 
  private:
     void growOrThrow();
+    void findShrinkThreshold();
+    std::uint32_t slotsInFile() const;
     bool grow();
     void resize(std::uint32_t numSlots);
     void addFreeSlots(std::uint32_t start, std::uint32_t end);
@@ -91,12 +118,14 @@ class L2RIB_EXPORT SlotWriterTable {
     const std::uint32_t maxSlots_;  // entries expected at most
     const std::uint32_t minSlots_;  // the initial size
     const bool fixedCapacity_;
+    const bool shrinkSlots_;
     const SlotTable::Format stored_;
     const std::size_t slotSize_;  // bytes
     std::unique_ptr<Mem::Segment> segment_;
     SlotTable::Header* header_ = nullptr;  // in the mapping
     std::byte* slots_ = nullptr;           // slot 0, likewise
     std::uint32_t numSlots_ = 0;           // equals the header's count between operations
+    std::uint32_t shrinkThreshold_ = 0;
     Counters counters_;
 };
 

@@ -32,7 +32,11 @@ class WriterHashMap {
     void create(Mem::Directory& directory, std::uint32_t numBuckets, FenixId fenix) {
         buckets_.create(directory, numBuckets, fenix);
     }
+    bool attachExisting(Mem::Directory& directory, FenixId fenix, Quil::String& reason) {
+        return buckets_.attachExisting(debug_, directory, fenix, reason);
+    }
     void detach() { buckets_.detach(); }
+    BucketWriterTable& buckets() { return buckets_; }
     std::uint32_t numBuckets() const { return buckets_.numBuckets(); }
 
     Place find(const Key& key, std::uint32_t hash) {
@@ -74,12 +78,49 @@ class WriterHashMap {
     }
     std::uint32_t first() { return firstFrom(buckets_[0]); }
 
+    std::uint32_t bucketOf(std::uint32_t index) {
+        return Verro::Util::reverse(Mem::Atomics::load32(slots_[index].rhash)) & (numBuckets() - 1);
+    }
     Value value(std::uint32_t index) { return copyOf(slots_[index]); }
+
+    // Moves the entry in slot `from` to slot `to`, which is free and on no list: first the copy, then the link that
+    // leads to it. What is left behind is no entry any more.
+    void move(std::uint32_t from, std::uint32_t to) {
+        SlotTable::Slot &source = slots_[from], &target = slots_[to];
+        const Key key = copyOf(source).fwkKey();
+        const Place place = find(key, OpsType::hash(key));
+        if (place.slot == noSlot) throw Quil::AssertionException(Quil::cat(moveError(from), " key not found"));
+        if (place.slot != from) throw Quil::AssertionException(Quil::cat(moveError(from), " not referenced"));
+        Mem::Atomics::store32(target.rhash, Mem::Atomics::load32(source.rhash));
+        fill(target, copyOf(source));
+        Mem::Versioned::load(target.link).next(Mem::Versioned::load(source.link).value(), linkStep).store(target.link);
+        Mem::Versioned::load(*place.link).next(to, linkStep).store(*place.link);
+    }
+    // A reader may stand on the slot that was left: its link moves on, so that the reader notices.
+    void leave(std::uint32_t index) {
+        SlotTable::Slot& slot = slots_[index];
+        Mem::Atomics::store32(slot.state, Mem::Atomics::load32(slot.state) & ~occupied);
+        Mem::Versioned::load(slot.link).next(endOfList, linkStep).store(slot.link);
+    }
+
+    // Gives a slot its value: LOOKASIDE stands before the first new byte and until the last. A free slot lacks OCCUPIED
+    // meanwhile.
+    static void fill(SlotTable::Slot& slot, const Value& value) {
+        const std::uint32_t state = Mem::Atomics::load32(slot.state) + lookaside;
+        Mem::Atomics::store32(slot.state, state);
+        Mem::Atomics::copyIn<sizeof(Value)>(slot.value(), &value);
+        Mem::Atomics::store32(slot.state, (state + lookaside) | occupied);
+    }
 
     // Doubles the buckets when there are more entries than buckets.
     void growBucketsIfFull() {
         if (slots_.occupiedSlots() > numBuckets() && numBuckets() <= maxIndex / 2) [[unlikely]]
             growBuckets();
+    }
+    // Halves them when less than a quarter is used, down to so many.
+    void shrinkBucketsIfEmpty(std::uint32_t minimum) {
+        if (slots_.occupiedSlots() < numBuckets() / 4 && numBuckets() > minimum) [[unlikely]]
+            shrinkBuckets();
     }
 
  private:
@@ -124,7 +165,7 @@ class WriterHashMap {
     void growBuckets() {
         const std::uint32_t before = numBuckets(), after = 2 * before;
         try {
-            buckets_.resize(after);
+            buckets_.makeRoom(after);
         } catch (const Quil::Exception& error) {
             // The table works with long chains too; it is tried again with the next insertion.
             debug_.log(3, [&] { return Quil::cat("WriterHashMap::growBuckets() failed: ", error.what()); });
@@ -144,6 +185,37 @@ class WriterHashMap {
         }
         debug_.log(5, [&] { return Quil::cat("WriterHashMap::growBuckets() growing from: ", before, " to: ", after); });
     }
+
+    // The last link of a bucket's chain, which names the bucket that comes next.
+    Mem::Word64& lastLink(std::uint32_t bucket) {
+        Mem::Word64* link = &buckets_[bucket];
+        for (std::uint32_t steps = 0;; ++steps) {
+            const std::uint32_t next = Mem::Versioned::load(*link).value();
+            if (next & endOfChain) return *link;
+            if (steps >= slots_.numSlots()) [[unlikely]]
+                throwCycle("shrinkBuckets()", steps, bucket);
+            link = &slots_[next].link;
+        }
+    }
+
+    void shrinkBuckets() {
+        const std::uint32_t after = numBuckets() / 2;
+        // ORDER buckets: each chain is joined with the one that had split off, whose own link stays as it is, before
+        // the count leaves the upper half out. A reader of either count finds every key. The end of the joined chain
+        // names the bucket that follows the upper half, which is the one that follows the lower half among half as
+        // many.
+        for (std::uint32_t b = 0; b < after; ++b) {
+            Mem::Word64& link = lastLink(b);
+            Mem::Versioned::load(link).next(Mem::Versioned::load(buckets_[b + after]).value(), linkStep).store(link);
+        }
+        buckets_.publishCount(after);
+        debug_.log(5, [&] {
+            return Quil::cat("WriterHashMap::shrinkBuckets() shrunk to numBuckets: ", after,
+                             " shrinkBuckets_:", after / 4);
+        });
+    }
+
+    static Quil::String moveError(std::uint32_t from) { return Quil::cat("WriterHashMap::move() fromSlotId:", from); }
 
     Quil::Trace& debug_;
     SlotWriterTable& slots_;

@@ -17,6 +17,8 @@ class QuilMemtabMapValueWrapper {
     QuilMemtabMapValueWrapper() = default;
     explicit QuilMemtabMapValueWrapper(const Value& value) : value_(value) {}
     const Value& value() const { return value_; }
+    Value& value() { return value_; }
+    Quil::String str() const { return Quil::textOf(value_); }
     Key fwkKey() const { return (value_.*keyMember)(); }
     friend bool operator==(const QuilMemtabMapValueWrapper& a, const QuilMemtabMapValueWrapper& b) {
         return a.value_ == b.value_;

@@ -32,7 +32,7 @@ auto attempt(const char* operation, const Quil::String& path, F&& run) {
 }
 
 FileDescriptor openWith(const Quil::String& path, int flags) {
-    FileDescriptor fd(attempt("open", path, [&] { return open(path.c_str(), flags | O_CLOEXEC, tableFileMode); }));
+    FileDescriptor fd(attempt("open", path, [&] { return ::open(path.c_str(), flags | O_CLOEXEC, tableFileMode); }));
     if (flags & O_CREAT) attempt("fchmod", path, [&] { return fchmod(fd.get(), tableFileMode); });
     return fd;
 }
@@ -57,9 +57,9 @@ void Files::makeDirectories(const Quil::String& path) {
 FileDescriptor Files::create(const Quil::String& path) { return openWith(path, O_RDWR | O_CREAT | O_TRUNC); }
 FileDescriptor Files::openOrCreate(const Quil::String& path) { return openWith(path, O_RDWR | O_CREAT); }
 
-FileDescriptor Files::openForReading(const Quil::String& path) {
+FileDescriptor Files::open(const Quil::String& path, bool writable) {
     if (const int error = observeFile("open", path.c_str())) fail("open", path, error);
-    FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    FileDescriptor fd(::open(path.c_str(), (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC));
     if (!fd && errno != ENOENT && errno != ENOTDIR) fail("open", path, errno);
     return fd;
 }

@@ -75,7 +75,7 @@ void LocalDirectory::publish(const Quil::String& name) { published_[name] = crea
 
 void LocalDirectory::withdraw(const Quil::String& name) { created_.erase(name); }
 
-std::unique_ptr<Segment> LocalDirectory::open(const Quil::String& name) {
+std::unique_ptr<Segment> LocalDirectory::open(const Quil::String& name, For /*purpose*/) {
     const auto found = published_.find(name);
     return found == published_.end() ? nullptr : std::make_unique<Local>(found->second->name, found->second);
 }

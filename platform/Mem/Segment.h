@@ -80,8 +80,9 @@ class L2RIB_EXPORT Directory {
     virtual void publish(const Quil::String& name) = 0;
     // Drops what create() made and nobody will publish.
     virtual void withdraw(const Quil::String& name) = 0;
-    // For reading; null when there is none or it is empty.
-    virtual std::unique_ptr<Segment> open(const Quil::String& name) = 0;
+    enum class For { reading, writing };
+    // What stands there under this name; null when there is none or it is empty.
+    virtual std::unique_ptr<Segment> open(const Quil::String& name, For purpose = For::reading) = 0;
     virtual void remove(const Quil::String& name) = 0;
 };
 

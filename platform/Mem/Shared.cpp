@@ -47,10 +47,11 @@ void SharedDirectory::publish(const Quil::String& name) { Files::rename(file(nam
 
 void SharedDirectory::withdraw(const Quil::String& name) { Files::remove(file(name) + temporary); }
 
-std::unique_ptr<Segment> SharedDirectory::open(const Quil::String& name) {
-    FileDescriptor fd = Files::openForReading(file(name));
+std::unique_ptr<Segment> SharedDirectory::open(const Quil::String& name, For purpose) {
+    const bool writable = purpose == For::writing;
+    FileDescriptor fd = Files::open(file(name), writable);
     if (!fd) return nullptr;
-    auto segment = std::make_unique<Shared>(file(name), std::move(fd), false);
+    auto segment = std::make_unique<Shared>(file(name), std::move(fd), writable);
     if (!segment->refresh()) return nullptr;
     return segment;
 }

@@ -29,7 +29,7 @@ class L2RIB_EXPORT SharedDirectory : public Directory {
     std::unique_ptr<Segment> create(const Quil::String& name, std::uint64_t size) override;
     void publish(const Quil::String& name) override;
     void withdraw(const Quil::String& name) override;
-    std::unique_ptr<Segment> open(const Quil::String& name) override;
+    std::unique_ptr<Segment> open(const Quil::String& name, For purpose = For::reading) override;
     void remove(const Quil::String& name) override;
 
  private:

@@ -12,15 +12,16 @@
 
 namespace Mem {
 
+WriterKickSm::Handler::~Handler() = default;
+
 WriterKickSm::WriterKickSm(Quil::EventLoop& loop, const Quil::String& directory, std::uint32_t fenix, bool kicks,
-                           const std::uint64_t& currentSequence, std::function<void()> onChange)
+                           Handler& handler)
     : NotifieeConst(loop.clock()),
       loop_(loop),
       path_(directory + "/kick"),
       fenix_(fenix),
       kicks_(kicks),
-      currentSequence_(currentSequence),
-      onChange_(std::move(onChange)),
+      handler_(handler),
       socket_(KickSocket::listen(directory)) {
     listen();
 }
@@ -46,13 +47,13 @@ void WriterKickSm::listen() {
     watch_ = std::make_unique<Quil::EventLoop::Watch>(loop_, socket_.get(), [this] { accept(); });
 }
 
-void WriterKickSm::accept() {
+bool WriterKickSm::accept() {
     FileDescriptor fd(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!fd && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
         watch_.reset();  // the connection stays pending; asking again at once would only spin
         wakeupTimeIs(clock().now() + acceptPause);
     }
-    if (!fd) return;
+    if (!fd) return false;
     Reader& reader = readers_.emplace_back();
     reader.socket = std::move(fd);
     ucred peer{};
@@ -60,6 +61,24 @@ void WriterKickSm::accept() {
     if (getsockopt(reader.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) reader.pid = peer.pid;
     reader.watch =
         std::make_unique<Quil::EventLoop::Watch>(loop_, reader.socket.get(), [this, &reader] { receive(reader); });
+    return true;
+}
+
+bool WriterKickSm::allHaveMapped(std::uint32_t slotCounter, std::uint32_t bucketCounter) {
+    while (accept()) {
+    }
+    return std::all_of(readers_.begin(), readers_.end(), [&](const Reader& reader) {
+        return reader.acknowledged && reader.slotCounter == slotCounter && reader.bucketCounter == bucketCounter;
+    });
+}
+
+bool WriterKickSm::dropSlowest() {
+    const auto slowest = std::min_element(readers_.begin(), readers_.end(), [](const Reader& a, const Reader& b) {
+        return a.sequence < b.sequence;
+    });
+    if (slowest == readers_.end()) return false;
+    drop(*slowest);
+    return true;
 }
 
 void WriterKickSm::receive(Reader& reader) {
@@ -72,7 +91,7 @@ void WriterKickSm::receive(Reader& reader) {
             break;
         }
     }
-    onChange_();
+    handler_.onReaders();
 }
 
 // False when the packet is not of this protocol.
@@ -94,12 +113,15 @@ bool WriterKickSm::handle(Reader& reader, const void* packet, std::size_t size) 
     if (reader.welcomed && type == kickAck && size == sizeof(KickAck)) {
         KickAck ack;
         std::memcpy(&ack, packet, sizeof ack);
-        reader.sequence = std::max(reader.sequence, std::min(ack.sequence, currentSequence_));
+        const std::uint64_t before = reader.sequence, current = handler_.sequence();
+        reader.acknowledged = true;
+        reader.sequence = std::max(before, std::min(ack.sequence, current));
         reader.slotCounter = ack.slotCounter;
         reader.bucketCounter = ack.bucketCounter;
         sleepingIs(reader, ack.sleeping != 0);
         // ORDER sleep: the reader slept on a state that has moved on meanwhile; its wake-up is due now.
-        if (reader.sleeping && ack.sequence < currentSequence_) kick(reader);
+        if (reader.sleeping && ack.sequence < current) kick(reader);
+        handler_.onAcknowledge(reader, before);
         return true;
     }
     return false;

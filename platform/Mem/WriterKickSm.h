@@ -18,6 +18,7 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
         FileDescriptor socket;
         std::unique_ptr<Quil::EventLoop::Watch> watch;
         bool welcomed = false;
+        bool acknowledged = false;  // it has said at least once what it has mapped
         Quil::String name;
         int pid = 0;
         std::uint64_t sequence = 0;  // acknowledged
@@ -27,15 +28,28 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
     };
     static constexpr std::uint64_t noReader = ~std::uint64_t(0);
 
-    // Listens in the directory. onChange is called when a reader came, acknowledged or went.
-    // kicks: sleeping readers are woken; else they look at intervals.
+    // The table's writer.
+    class L2RIB_EXPORT Handler {
+     public:
+        virtual ~Handler();
+        virtual std::uint64_t sequence() const = 0;                          // of the last change
+        virtual void onAcknowledge(const Reader&, std::uint64_t before) = 0;  // it had said before
+        virtual void onReaders() = 0;  // readers came, acknowledged or went
+    };
+
+    // Listens in the directory. kicks: sleeping readers are woken; else they look at intervals.
     WriterKickSm(Quil::EventLoop& loop, const Quil::String& directory, std::uint32_t fenix, bool kicks,
-                 const std::uint64_t& currentSequence, std::function<void()> onChange);
+                 Handler& handler);
     ~WriterKickSm() override;
 
     // The lowest sequence acknowledged by the connected readers; noReader without any.
     std::uint64_t lowestSequence() const;
     std::uint32_t numReaders() const;
+    // Whether every connected reader has mapped files of these counts; takes in who is waiting to be accepted first.
+    bool allHaveMapped(std::uint32_t slotCounter, std::uint32_t bucketCounter);
+    // Disconnects the reader that is farthest behind: it will come back and compare the whole table. False without any.
+    bool dropSlowest();
+    bool hasUnwelcomed() const { return numReaders() < readers_.size(); }
     const std::list<Reader>& readers() const { return readers_; }
     void doKickSleepers() {
         if (sleepers_ > 0) [[unlikely]]
@@ -48,7 +62,7 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
     static constexpr Quil::Seconds acceptPause = 1;  // when descriptors ran out
     void listen();
     void onTime() override { listen(); }
-    void accept();
+    bool accept();
     void receive(Reader& reader);
     bool handle(Reader& reader, const void* packet, std::size_t size);
     void kickSleepers();
@@ -60,8 +74,7 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
     const Quil::String path_;
     const std::uint32_t fenix_;
     const bool kicks_;
-    const std::uint64_t& currentSequence_;  // of the writer
-    const std::function<void()> onChange_;
+    Handler& handler_;
     FileDescriptor socket_;
     std::unique_ptr<Quil::EventLoop::Watch> watch_;
     std::list<Reader> readers_;

@@ -26,12 +26,12 @@ FenixId readId(int fd) {
 }  // namespace
 
 FenixId FenixFile::read(const Quil::String& directory) {
-    const auto file = Mem::Files::openForReading(fenixPath(directory));
+    const auto file = Mem::Files::open(fenixPath(directory), false);
     return file ? readId(file.get()) : 0;
 }
 
 bool FenixFile::writerLives(const Quil::String& directory) {
-    const auto file = Mem::Files::openForReading(fenixPath(directory));
+    const auto file = Mem::Files::open(fenixPath(directory), false);
     return file && Mem::WriterLock::isHeld(file.get());
 }
 

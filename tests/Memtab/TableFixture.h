@@ -29,6 +29,7 @@ struct Item {
     Item(std::uint32_t number, std::uint32_t g)
         : key{number}, generation(g), filler{number ^ g, number + g, number * 3 + g} {}
     NumberKey fwkKey() const { return key; }
+    std::string str() const { return std::to_string(key.number) + "/" + std::to_string(generation); }
     bool isWhole() const {
         return std::memcmp(this, &static_cast<const Item&>(Item(key.number, generation)), sizeof *this) == 0;
     }

@@ -117,7 +117,8 @@ void agreesWithStdMap(unsigned steps, std::uint32_t keys) {
             ASSERT_EQ(item.generation, at->second);
         }
         ASSERT_EQ(at, expected.end());
-        for (bool more = table.writer->first(item); more; more = table.writer->next(item.key, item)) {
+        Memtab::WriterIterHint own;
+        for (bool more = table.writer->first(item, own); more; more = table.writer->next(item.key, item, own)) {
             walked[{Verro::Util::reverse(OpsType::hash(item.key)), item.key.number}] = item.generation;
         }
         ASSERT_EQ(walked, expected);

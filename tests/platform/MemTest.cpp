@@ -87,8 +87,13 @@ TEST(KickSockets, WakeASleeperOncePerBurstAndNeverLoseAWakeUp) {
     test::ScratchDir scratch;
     Quil::EventLoop loop;
     Handler handler;
-    std::uint64_t sequence = 5;
-    auto writer = std::make_unique<Mem::WriterKickSm>(loop, scratch.path(), 0x77, true, sequence, [] {});
+    struct Writer : Mem::WriterKickSm::Handler {
+        std::uint64_t last = 5;
+        std::uint64_t sequence() const override { return last; }
+        void onAcknowledge(const Mem::WriterKickSm::Reader&, std::uint64_t) override {}
+        void onReaders() override {}
+    } table;
+    auto writer = std::make_unique<Mem::WriterKickSm>(loop, scratch.path(), 0x77, true, table);
     auto reader = Mem::ReaderKickSm::connect(loop, scratch.path(), "test", 0, handler);
     ASSERT_TRUE(reader);
     ASSERT_TRUE(test::turnUntil(loop, [&] { return handler.fenix == 0x77; }));
@@ -101,7 +106,7 @@ TEST(KickSockets, WakeASleeperOncePerBurstAndNeverLoseAWakeUp) {
     reader->acknowledge(ack);
     ASSERT_TRUE(test::turnUntil(loop, [&] { return writer->readers().front().sleeping; }));
     EXPECT_EQ(writer->lowestSequence(), 5u);
-    for (sequence = 6; sequence < 100; ++sequence) writer->doKickSleepers();
+    for (table.last = 6; table.last < 100; ++table.last) writer->doKickSleepers();
     ASSERT_TRUE(test::turnUntil(loop, [&] { return handler.kicks > 0; }));
     loop.runOnce(0.01);
     EXPECT_EQ(handler.kicks, 1);
