@@ -72,14 +72,13 @@ bool ConquerWriter::attachExisting(Mem::Directory& directory, FenixId fenix, std
     initialCapacity_ = std::max(64u, 2 * std::bit_ceil(numSlots));
     position_ = load32(current().currentPos);
     minSeq_ = load64(current().minSeq);
-    corralStart_ = load64(current().corralStart);
-    corralEnd_ = load64(current().corralEnd);
     if (position_ > capacity_) {
         reason = cat("ConquerWriter::attachConquer() table->currentPos:", position_, " max:", capacity_);
         return false;
     }
     store64(table(1 - currentId_).minSeq, minSeq_);  // a compaction that was cut short had got ahead of it
     sequence_ = position_ == 0 ? minSeq_ : loadSplit(current().record(position_ - 1).sequence);
+    corralIs(0, 0);  // no reader is connected yet: who comes compares the whole table
     findPositions(numSlots);
     return validate(reason);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Mem/Local.h"
+#include "Mem/ReaderKickSm.h"
 #include "Mem/Shared.h"
 #include "Memtab/ConquerReader.h"
 #include "Memtab/MemtabReader.h"
@@ -51,8 +52,53 @@ struct TestTable {
     Mem::SharedDirectory directory{scratch.path()};
     std::unique_ptr<Writer> writer;
 
-    explicit TestTable(Memtab::Options options) : writer(std::make_unique<Writer>(debug, "test", options, stored)) {
+    Memtab::Options options;
+    Quil::EventLoop loop;
+    struct Handler : Mem::ReaderKickSm::Handler {
+        void onWelcome(std::uint32_t, bool) override {}
+        void onKick() override {}
+        void onClosed() override {}
+    } handler;
+    std::unique_ptr<Mem::WriterKickSm> kickSm;
+    std::unique_ptr<Mem::ReaderKickSm> connection;
+
+    ~TestTable() { writer->kickSmIs(nullptr); }
+    explicit TestTable(Memtab::Options o)
+        : writer(std::make_unique<Writer>(debug, "test", o, stored)), options(std::move(o)) {
         writer->attach(directory, 0x1234);
+    }
+    // The writer goes, and another one takes over what it left. Whether that was whole.
+    bool restart() {
+        connection.reset();
+        kickSm.reset();
+        writer = std::make_unique<Writer>(debug, "test", options, stored);
+        return writer->attachExisting(directory, 0x1234);
+    }
+    // A reader that the writer knows of: what it has mapped is not taken from under it.
+    void connect() {
+        kickSm = std::make_unique<Mem::WriterKickSm>(loop, scratch.path(), 0x1234, true, *writer);
+        writer->kickSmIs(kickSm.get());
+        connection = Mem::ReaderKickSm::connect(loop, scratch.path(), "reader", 0x1234, handler);
+        if (!turnUntil(loop, [&] { return kickSm->numReaders() == 1; })) throw std::runtime_error("not connected");
+    }
+    void acknowledge(const Reader& reader, const Memtab::ConquerReader& queue) {
+        Mem::KickAck ack;
+        ack.sequence = queue.sequence();
+        ack.slotCounter = reader.slotCounter();
+        ack.bucketCounter = reader.bucketCounter();
+        ack.sleeping = 1;  // answered when the writer has read it, if it has anything new
+        connection->acknowledge(ack);
+        const auto arrived = [&] {
+            const auto& known = kickSm->readers().front();
+            return known.acknowledged && known.sequence == ack.sequence && known.slotCounter == ack.slotCounter &&
+                   known.bucketCounter == ack.bucketCounter;
+        };
+        if (!turnUntil(loop, arrived)) throw std::runtime_error("not acknowledged");
+    }
+    // Empty when all is well.
+    std::string fault() {
+        Quil::String reason;
+        return writer->validate(directory, 0, reason) ? "" : reason;
     }
     Reader reader() {
         Reader fresh(debug);

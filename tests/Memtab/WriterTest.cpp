@@ -81,24 +81,72 @@ void agreesWithStdMap(unsigned steps, std::uint32_t keys) {
     const unsigned s = seed();
     SCOPED_TRACE(seedNote(s));
     std::mt19937 random(s);
-    TestTable<OpsType> table(sized(64, 4));
+    Memtab::Options options = sized(64, 4);
+    options.shrinkSlots = options.shrinkBuckets = true;
+    TestTable<OpsType> table(options);
     auto reader = table.reader();
     auto queue = table.queue();
+    table.connect();
     std::map<std::uint32_t, std::uint32_t> model;
     std::map<std::uint32_t, Item> bySlot;  // what a follower of slots knows
     std::vector<std::uint32_t> slots;
+    const auto follow = [&] {
+        Item item;
+        for (bool more = true; more;) {
+            slots.clear();
+            more = queue.poll(slots, 5);
+            for (const std::uint32_t slot : slots) {
+                if (reader.safeValue(slot, item)) {
+                    bySlot[slot] = item;
+                } else {
+                    bySlot.erase(slot);
+                }
+            }
+        }
+        table.acknowledge(reader, queue);
+    };
+    std::uint64_t shrinks = 0, compactions = 0;
+    std::uint32_t leastBuckets = ~0u, mostBuckets = 0;
     for (unsigned step = 1; step <= steps; ++step) {
         const std::uint32_t n = random() % keys;
-        if (random() % 3 == 0) {
+        const bool isFilling = step / (2 * keys) % 2 == 0;  // fills up and empties again, so that the table breathes
+        const bool isRemoval = random() % 16 < (isFilling ? 4 : 15);
+        if (isRemoval) {
             Item removed;
             ASSERT_EQ(table.writer->remove(NumberKey{n}, &removed), model.contains(n));
             if (model.contains(n)) {
                 ASSERT_EQ(removed.generation, model[n]);
             }
             model.erase(n);
+        } else if (random() % 3 == 0) {
+            Item* direct =
+                random() % 2 ? table.writer->directWrite(NumberKey{n}) : table.writer->directUpdate(NumberKey{n});
+            if (!direct) {
+                ASSERT_FALSE(model.contains(n));
+            } else {
+                ASSERT_EQ(direct->generation, model.contains(n) ? model[n] : 0);
+                *direct = Item(n, step);
+                ASSERT_EQ(table.writer->directCommit().generation, step);
+                model[n] = step;
+            }
         } else {
             ASSERT_EQ(table.writer->write(Item(n, step), true).generation, step);
             model[n] = step;
+        }
+        if (random() % 16 == 0) follow();
+        if (random() % 200 == 0) {
+            shrinks += table.writer->writerCounters().shrinks;
+            compactions += table.writer->conquer().counters().compactions;
+            const std::uint64_t before = table.writer->sequence();
+            follow();  // a writer's end makes readers compare the whole table
+            ASSERT_TRUE(table.restart()) << step;
+            ASSERT_EQ(table.writer->sequence(), before);
+            table.connect();
+        }
+        leastBuckets = std::min(leastBuckets, table.writer->numBuckets());
+        mostBuckets = std::max(mostBuckets, table.writer->numBuckets());
+        if (step % 11 == 0) {
+            ASSERT_EQ(table.fault(), "") << step;
         }
         if (step % 37 != 0) continue;
         ASSERT_EQ(table.writer->members(), model.size());
@@ -131,23 +179,15 @@ void agreesWithStdMap(unsigned steps, std::uint32_t keys) {
             ASSERT_EQ(item.key.number, next->first.second);
         }
         // Following the queue, in portions, gives the same table.
-        for (bool more = true; more;) {
-            slots.clear();
-            more = queue.poll(slots, 5);
-            for (const std::uint32_t slot : slots) {
-                if (reader.safeValue(slot, item)) {
-                    bySlot[slot] = item;
-                } else {
-                    bySlot.erase(slot);
-                }
-            }
-        }
+        follow();
         ASSERT_EQ(queue.sequence(), table.writer->sequence());
         std::map<std::uint32_t, std::uint32_t> followed;
         for (const auto& [slot, known] : bySlot) followed[known.key.number] = known.generation;
         ASSERT_EQ(followed, model);
     }
-    EXPECT_GT(table.writer->conquer().counters().compactions, 0u);
+    EXPECT_GT(compactions, 5u);
+    EXPECT_GT(shrinks, 5u);
+    EXPECT_GE(mostBuckets, 4 * leastBuckets);
 }
 
 TEST(MemtabWriterModel, AgreesWithStdMapWithAGoodHash) { agreesWithStdMap<GoodOps>(scaled(20000), 300); }
