@@ -41,6 +41,22 @@ TEST(Tables, WriteRemoveAndCountBeforeTheyAreMounted) {
     EXPECT_EQ(counted("hostDel") - del, 2u + 2 * 99 + 1);
 }
 
+TEST(Tables, AnEntryIsFilledInPlaceAndCommitted) {
+    auto table = L2Rib::hostOutputFactory("host");
+    Recorder recorder;
+    recorder.notifierIs(table);
+    const auto is = counted("hostIs");
+    auto* entry = table->hostControl().directWrite(keyOf(5));
+    entry->value() = recordOf(5, 1);
+    EXPECT_EQ(table->host(keyOf(5)), L2Rib::HostAndSource());
+    table->hostCommit(&entry->value());
+    EXPECT_EQ(table->host(keyOf(5)), recordOf(5, 1));
+    EXPECT_EQ(recorder.calls, 1);
+    EXPECT_EQ(counted("hostIs") - is, 1u);
+    table->hostControl().directWrite(keyOf(6));
+    EXPECT_THROW(table->hostIs(recordOf(6, 1)), Quil::AssertionException);
+}
+
 TEST(Tables, ANotifieeMayDeleteAnotherEntryMeanwhile) {
     auto table = L2Rib::hostOutputFactory("host");
     Recorder recorder;

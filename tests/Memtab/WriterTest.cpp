@@ -1,4 +1,5 @@
 // The writer against the simplest container, its growth, its queue, and what it leaves when it fails.
+#include <filesystem>
 #include <map>
 #include <random>
 
@@ -212,6 +213,121 @@ TEST(ConquerWriter, WithoutPruningKeepsEveryTombstone) {
     TestTable<GoodOps> table(options);
     for (std::uint32_t g = 1; g <= 1000; ++g) table.writer->write(Item(1, g), true);
     EXPECT_EQ(table.writer->conquer().capacity(), 1024u);  // of which 1000 are taken
+}
+
+TEST(ConquerWriter, DropsTheSlowestReaderAtItsCap) {
+    Memtab::Options options = sized(16);
+    options.maxNotifications = 256;
+    TestTable<GoodOps> table(options);
+    table.connect();
+    for (std::uint32_t g = 1; g <= 200; ++g) table.writer->write(Item(1, g), true);
+    EXPECT_FALSE(table.writer->quiesced());
+    EXPECT_EQ(table.writer->conquer().capacity(), 256u);
+    EXPECT_EQ(table.kickSm->numReaders(), 1u);
+    for (std::uint32_t g = 201; g <= 1000; ++g) table.writer->write(Item(1, g), true);
+    EXPECT_EQ(table.kickSm->numReaders(), 0u);
+    EXPECT_EQ(table.writer->conquer().counters().droppedReaders, 1u);
+    EXPECT_LE(table.writer->conquer().capacity(), 256u);
+    EXPECT_TRUE(table.writer->quiesced());  // nobody is behind
+    EXPECT_EQ(table.fault(), "");
+}
+
+TEST(ConquerWriter, WithoutPruningRefusesChangesAtItsCap) {
+    Memtab::Options options = sized(16);
+    options.pruneConquer = false;
+    options.maxNotifications = 64;
+    TestTable<GoodOps> table(options);
+    for (std::uint32_t g = 1; g <= 64; ++g) table.writer->write(Item(1, g), true);
+    EXPECT_THROW(table.writer->write(Item(2, 1), true), Quil::MemoryResourceException);
+    EXPECT_EQ(table.writer->members(), 1u);
+    EXPECT_EQ(table.fault(), "");
+}
+
+TEST(ConquerWriter, KeepsEverythingUntilTheExpectedReadersHaveCome) {
+    Memtab::Options options = sized(16);
+    options.waitForReaders = true;
+    options.expectedReaders = 1;
+    TestTable<GoodOps> table(options);
+    for (std::uint32_t g = 1; g <= 100; ++g) table.writer->write(Item(1, g), true);
+    EXPECT_EQ(table.writer->conquer().prune(), 0u);
+    auto reader = table.reader();
+    auto queue = table.queue();
+    queue.skipToEnd();
+    table.connect();
+    EXPECT_FALSE(table.writer->clientQuiesced("reader"));
+    table.acknowledge(reader, queue);
+    EXPECT_EQ(table.writer->conquer().prune(), 100u);
+    EXPECT_TRUE(table.writer->quiesced());
+    EXPECT_TRUE(table.writer->clientQuiesced("reader"));
+    EXPECT_FALSE(table.writer->clientQuiesced("another"));
+}
+
+// The moves of a shrink are one batch, and a reader that has not passed them holds off the next shrink.
+TEST(Shrink, IsTakenWholeAndAwaitsItsReaders) {
+    Memtab::Options options = sized(1024, 1024);
+    options.initialSlots = 16;
+    options.shrinkSlots = true;
+    TestTable<GoodOps> table(options);
+    table.connect();
+    auto reader = table.reader();
+    auto queue = table.queue();
+    for (std::uint32_t n = 0; n < 1024; ++n) table.writer->write(Item(n, 1), true);
+    EXPECT_EQ(table.writer->capacity(), 1024u);
+    queue.skipToEnd();
+    const auto fileSize = std::filesystem::file_size(table.file("slots"));
+    std::uint32_t n = 0;
+    for (; table.writer->members() > 256; ++n) table.writer->remove(NumberKey{n});
+    EXPECT_EQ(table.writer->capacity(), 1024u);
+    table.writer->remove(NumberKey{n++});
+    EXPECT_EQ(table.writer->capacity(), 512u);  // 255 entries: 4 times 128
+    EXPECT_TRUE(table.writer->conquer().hasCorral());
+    EXPECT_EQ(std::filesystem::file_size(table.file("slots")), fileSize);  // the reader has it mapped
+    for (; table.writer->members() > 60; ++n) table.writer->remove(NumberKey{n});
+    EXPECT_EQ(table.writer->capacity(), 512u);
+    EXPECT_EQ(table.fault(), "");
+
+    std::vector<std::uint32_t> slots;
+    while (queue.poll(slots, 700)) {
+    }
+    EXPECT_GT(slots.size(), 769u + 2);  // removals and moves
+    for (std::uint32_t key = n; key < 1024; ++key) {
+        bool found = false;
+        EXPECT_EQ(reader.lookup(NumberKey{key}, found).generation, 1u);
+    }
+    EXPECT_EQ(reader.numSlots(), 512u);
+    table.acknowledge(reader, queue);
+    EXPECT_FALSE(table.writer->conquer().hasCorral());
+    EXPECT_LT(std::filesystem::file_size(table.file("slots")), fileSize);
+    table.writer->remove(NumberKey{n});
+    EXPECT_EQ(table.writer->capacity(), 128u);
+    EXPECT_EQ(table.fault(), "");
+}
+
+TEST(DirectMode, RefusesWhatIsNotPaired) {
+    TestTable<GoodOps> table(sized(16));
+    const auto misuse = [&](const auto& run) -> std::string {
+        try {
+            run();
+        } catch (const Quil::AssertionException& error) {
+            return error.what();
+        }
+        return "";
+    };
+    const std::string advice = " - Make sure the DirectIs/Commit are properly paired!";
+    EXPECT_EQ(table.writer->directUpdate(NumberKey{5}), nullptr);
+    table.writer->write(Item(5, 1), true);
+    *table.writer->directUpdate(NumberKey{5}) = Item(5, 2);
+    EXPECT_EQ(misuse([&] { table.writer->write(Item(6, 1), true); }),
+              "MemtabWriter::write() unbalanced directSlot:0 containing value:5/2 when writing value:6" + advice);
+    EXPECT_EQ(misuse([&] { table.writer->remove(NumberKey{6}); }),
+              "MemtabWriter::remove() unbalanced directSlot:0 containing value:5/2 when removing key:6" + advice);
+    EXPECT_NE(misuse([&] { table.writer->directWrite(NumberKey{6}); }), "");
+    EXPECT_EQ(table.writer->sequence(), 1u);  // nothing was seen yet
+    EXPECT_EQ(table.writer->directCommit().generation, 2u);
+    EXPECT_EQ(table.writer->sequence(), 2u);
+    EXPECT_NE(misuse([&] { table.writer->directCommit(); }), "");
+    table.writer->directWrite(NumberKey{7})->key.number = 8;
+    EXPECT_NE(misuse([&] { table.writer->directCommit(); }), "");
 }
 
 }  // namespace
