@@ -31,7 +31,13 @@ struct HostTable {
     void mount() { em.mount("l2rib/output", hosts, L2Rib::TableInfo().hostOutputInfo(QuilMemtab::reader)); }
 };
 
+// What was printed must have arrived: raises SystemException otherwise.
+void flushOutput();
+
 int hostShow(const Options& options);
 int hostMonitor(const Options& options);
+int tableCheck(const Options& options);
+int tableShow(const Options& options);
+int readerShow(const Options& options);
 
 }  // namespace Tool

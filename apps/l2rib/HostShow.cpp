@@ -61,9 +61,7 @@ int hostShow(const Options& options) {
         for (const auto& record : records) rows.push_back(Apps::viewOf(record, names));
         print(rows);
     }
-    if (std::fflush(stdout) != 0 || !std::cout.flush()) {
-        throw Quil::SystemException("standard output cannot be written");
-    }
+    flushOutput();
     return records.empty() ? exitNoMatch : exitFound;
 }
 

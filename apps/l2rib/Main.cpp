@@ -12,13 +12,20 @@ struct Command {
     const char* verb;
     int (*run)(const Tool::Options&);
 };
-constexpr Command commands[] = {{"host", "show", &Tool::hostShow}, {"host", "monitor", &Tool::hostMonitor}};
+constexpr Command commands[] = {{"host", "show", &Tool::hostShow},
+                                {"host", "monitor", &Tool::hostMonitor},
+                                {"table", "check", &Tool::tableCheck},
+                                {"table", "show", &Tool::tableShow},
+                                {"reader", "show", &Tool::readerShow}};
 
 const char* const usage =
     "l2rib [options] OBJECT VERB [SELECTOR VALUE]...\n"
     "  host show     [vlan N] [mac M] [source S]   the hosts of the output table\n"
     "  host monitor  [vlan N] [mac M] [source S]   every change, as it happens; --current begins with what is there\n"
-    "Exit status: 0 found, 1 no match, 2 usage or input/output";
+    "  table check   [NAME]...                     whether the files of tables hang together, without a writer\n"
+    "  table show    [NAME]...                     what their headers say: sizes, counts, queue\n"
+    "  reader show   [NAME]...                     who reads them, and how far each has got\n"
+    "Exit status: 0 found or sound, 1 no match or not sound, 2 usage or input/output";
 
 int fail(const std::string& what) {
     std::cerr << "l2rib: " << what << std::endl;
@@ -26,6 +33,12 @@ int fail(const std::string& what) {
 }
 
 }  // namespace
+
+void Tool::flushOutput() {
+    if (std::fflush(stdout) != 0 || !std::cout.flush()) {
+        throw Quil::SystemException("standard output cannot be written");
+    }
+}
 
 int main(int argc, char** argv) {
     Tool::Options options;

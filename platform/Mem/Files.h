@@ -36,8 +36,8 @@ constexpr mode_t tableDirectoryMode = 0750;
 
 struct L2RIB_EXPORT Files {
     static void makeDirectories(const Quil::String& path);
-    static FileDescriptor create(const Quil::String& path);          // new or emptied, read and write
-    static FileDescriptor openOrCreate(const Quil::String& path);    // kept as it is, read and write
+    static FileDescriptor create(const Quil::String& path);               // new or emptied, read and write
+    static FileDescriptor openOrCreate(const Quil::String& path);         // kept as it is, read and write
     static FileDescriptor open(const Quil::String& path, bool writable);  // none when the file is not there
     static std::uint64_t size(int fd, const Quil::String& path);
     // Lengthens with the space allocated: a later store cannot fail for a full file system.

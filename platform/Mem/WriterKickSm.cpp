@@ -73,9 +73,8 @@ bool WriterKickSm::allHaveMapped(std::uint32_t slotCounter, std::uint32_t bucket
 }
 
 bool WriterKickSm::dropSlowest() {
-    const auto slowest = std::min_element(readers_.begin(), readers_.end(), [](const Reader& a, const Reader& b) {
-        return a.sequence < b.sequence;
-    });
+    const auto slowest = std::min_element(readers_.begin(), readers_.end(),
+                                          [](const Reader& a, const Reader& b) { return a.sequence < b.sequence; });
     if (slowest == readers_.end()) return false;
     drop(*slowest);
     return true;
@@ -103,12 +102,17 @@ bool WriterKickSm::handle(Reader& reader, const void* packet, std::size_t size) 
         std::memcpy(&hello, packet, sizeof hello);
         if (hello.version != kickVersion) return false;
         reader.name.assign(hello.name, strnlen(hello.name, sizeof hello.name));
+        reader.since = clock().now();
         reader.sequence = 0;  // until it says what it has seen
         reader.welcomed = true;
         KickWelcome welcome;
         welcome.fenix = fenix_;
         welcome.kicks = kicks_;
         return send(reader.socket.get(), &welcome, sizeof welcome, MSG_DONTWAIT | MSG_NOSIGNAL) == sizeof welcome;
+    }
+    if (!reader.welcomed && type == kickQuery && size == sizeof(KickQuery)) {
+        tellReaders(reader);
+        return true;
     }
     if (reader.welcomed && type == kickAck && size == sizeof(KickAck)) {
         KickAck ack;
@@ -125,6 +129,26 @@ bool WriterKickSm::handle(Reader& reader, const void* packet, std::size_t size) 
         return true;
     }
     return false;
+}
+
+void WriterKickSm::tellReaders(Reader& asking) {
+    const auto tell = [&](const auto& packet) {
+        send(asking.socket.get(), &packet, sizeof packet, MSG_DONTWAIT | MSG_NOSIGNAL);
+    };
+    for (const Reader& reader : readers_) {
+        if (!reader.welcomed) continue;
+        KickReader packet;
+        packet.pid = static_cast<std::uint32_t>(reader.pid);
+        packet.sequence = reader.sequence;
+        packet.age = static_cast<std::uint32_t>(clock().now() - reader.since);
+        packet.sleeping = reader.sleeping;
+        reader.name.copy(packet.name, sizeof packet.name - 1);
+        tell(packet);
+    }
+    KickEnd end;
+    end.readers = numReaders();
+    end.sequence = handler_.sequence();
+    tell(end);
 }
 
 void WriterKickSm::sleepingIs(Reader& reader, bool sleeping) {

@@ -25,6 +25,7 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
         std::uint32_t slotCounter = 0;
         std::uint32_t bucketCounter = 0;
         bool sleeping = false;
+        Quil::Seconds since = 0;  // when it connected
     };
     static constexpr std::uint64_t noReader = ~std::uint64_t(0);
 
@@ -32,9 +33,9 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
     class L2RIB_EXPORT Handler {
      public:
         virtual ~Handler();
-        virtual std::uint64_t sequence() const = 0;                          // of the last change
+        virtual std::uint64_t sequence() const = 0;                           // of the last change
         virtual void onAcknowledge(const Reader&, std::uint64_t before) = 0;  // it had said before
-        virtual void onReaders() = 0;  // readers came, acknowledged or went
+        virtual void onReaders() = 0;                                         // readers came, acknowledged or went
     };
 
     // Listens in the directory. kicks: sleeping readers are woken; else they look at intervals.
@@ -65,6 +66,7 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
     bool accept();
     void receive(Reader& reader);
     bool handle(Reader& reader, const void* packet, std::size_t size);
+    void tellReaders(Reader& asking);
     void kickSleepers();
     void kick(Reader& reader);
     void sleepingIs(Reader& reader, bool sleeping);
