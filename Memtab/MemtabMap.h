@@ -1,7 +1,7 @@
 // MemtabMap: one table as its owner sees it, whatever stands behind it: private memory, the files of a table that this
 // process writes, or those of a table it reads.
 //
-// Modes     local (from the start; private), writer, reader.
+// Modes     local (from the start; private), writer, reader, shadow (a reader that keeps a copy: MemtabShadow.h).
 // Owner     The table entity that embeds it.
 // Threads   Event-loop thread.
 // Files     <$Q7_CHROOT><root>/<name>/: slots, buckets, conquer.1, conquer.2, fenix, kick.
@@ -14,6 +14,7 @@
 #include "Mem/Shared.h"
 #include "Memtab/Exception.h"
 #include "Memtab/Follower.h"
+#include "Memtab/MemtabShadow.h"
 #include "Memtab/MemtabWriter.h"
 #include "Memtab/ReaderSm.h"
 #include "Memtab/Util.h"
@@ -64,7 +65,7 @@ class MemtabMap : ReaderSm::Front {
         return (mode_ == Mode::writer && writer_) || (readerSm_ && readerSm_->state() == ReaderSm::State::mounted);
     }
     // There is a table to read: the own one, or files of a writer, be it gone.
-    bool isReadable() const { return mode_ != Mode::reader || attached_; }
+    bool isReadable() const { return isOwn(mode_) || attached_; }
     // Of the mounted reader; detached when this map is none.
     ReaderSm::State readerState() const { return readerSm_ ? readerSm_->state() : ReaderSm::State::detached; }
     std::uint64_t corruptions() const { return corruptions_; }
@@ -85,13 +86,16 @@ class MemtabMap : ReaderSm::Front {
         if (inTurn_)
             throw Quil::AssertionException(Quil::cat("MemtabMap::mount() ", name_, " inside its own notification"));
         const Quil::String directory = directoryOf(point.root, name_);
-        if (mode == Mode::writer) {
-            mountWriter(options, point, directory);
-        } else if (mode == Mode::reader) {
-            mountReader(point, directory);
-        } else {
-            throw Verro::InvalidInitializeException(Quil::cat("MemtabMap::mount() ", name_, " mode not supported"));
+        switch (mode) {
+            case Mode::writer:
+                return mountWriter(options, point, directory);
+            case Mode::reader:
+            case Mode::shadow:
+                return mountReader(mode, options, point, directory);
+            case Mode::local:
+                return createDefaultLocalWriter();
         }
+        throw Verro::InvalidInitializeException(Quil::cat("MemtabMap::mount() ", name_, " mode not supported"));
     }
 
     // Lets go of files and mappings. The files stay, for readers and for the next writer. A notification may call this.
@@ -151,7 +155,9 @@ class MemtabMap : ReaderSm::Front {
     bool lookup(const Key& key, Value& out) {
         bool found = false;
         const bool good = reading([&] {
-            if (attached_) {
+            if (shadow_) {
+                found = attached_ && shadow_->lookup(attached_->reader, key, out);
+            } else if (attached_) {
                 attached_->reader.lookup(key, found, &out);
                 if (found) follower_.saw(attached_->reader.lastSlot(), key);
             } else {
@@ -166,11 +172,13 @@ class MemtabMap : ReaderSm::Front {
     // Walks in the table's order. Corruption ends the walk.
     bool first(Value& out, IterHint& hint) {
         return walk(out, hint, [&] {
+            if (shadow_) return attached_ && shadow_->first(attached_->reader, out);
             return attached_ ? attached_->reader.first(out, hint.reader) : writer_ && writer_->first(out, hint.writer);
         });
     }
     bool next(const Key& key, Value& out, IterHint& hint) {
         return walk(out, hint, [&] {
+            if (shadow_) return attached_ && shadow_->next(attached_->reader, key, out);
             return attached_ ? attached_->reader.next(key, out, hint.reader)
                              : writer_ && writer_->next(key, out, hint.writer);
         });
@@ -193,6 +201,8 @@ class MemtabMap : ReaderSm::Front {
             recordedFor_ = incarnation_;
             Util::writeCorruptionFile(directory_, name_, message);
         }
+        // What cannot be trusted is not left for readers and the next start. Those who have it mapped keep it.
+        if (mode_ == Mode::writer && writer_) writer_->cleanup(writerMount_->directory, "corruption-detected");
         if (hooks_.onCorruption) hooks_.onCorruption(message);
     }
 
@@ -211,6 +221,7 @@ class MemtabMap : ReaderSm::Front {
         std::unique_ptr<Mem::WriterKickSm> kickSm;
         explicit WriterMount(const Quil::String& path) : directory(path), fenix(path) {}
     };
+    using Shadow = MemtabShadow<Key, Value, OpsType>;
     struct Attached {
         Reader reader;
         ConquerReader queue;
@@ -234,6 +245,7 @@ class MemtabMap : ReaderSm::Front {
     void becomes(Mode mode) {
         readerSm_.reset();
         attached_.reset();
+        shadow_.reset();
         if (writer_) writer_->kickSmIs(nullptr);
         writerMount_.reset();
         writer_.reset();
@@ -275,8 +287,11 @@ class MemtabMap : ReaderSm::Front {
         }
     }
 
-    void mountReader(const MountPoint& point, const Quil::String& directory) {
-        becomes(Mode::reader);
+    static constexpr bool isOwn(Mode mode) { return mode == Mode::local || mode == Mode::writer; }
+
+    void mountReader(Mode mode, const Options& options, const MountPoint& point, const Quil::String& directory) {
+        becomes(mode);
+        if (mode == Mode::shadow) shadow_ = std::make_unique<Shadow>(options.shadowValues);
         directory_ = directory;
         readerSm_ = std::make_unique<ReaderSm>(debug(), point.loop, directory, point.readerName,
                                                static_cast<ReaderSm::Front&>(*this));
@@ -286,7 +301,7 @@ class MemtabMap : ReaderSm::Front {
     Writer& writer(const char* operation) {
         if (!writer_) {
             throw Quil::AssertionException(
-                Quil::cat(operation, " ", name_, mode_ == Mode::reader ? " is mounted read-only" : " is detached"));
+                Quil::cat(operation, " ", name_, !isOwn(mode_) ? " is mounted read-only" : " is detached"));
         }
         return *writer_;
     }
@@ -320,7 +335,7 @@ class MemtabMap : ReaderSm::Front {
     bool walk(const Value& out, const IterHint& hint, F&& step) {
         bool found = false;
         if (!reading([&] { found = step(); })) return false;
-        if (found && attached_) follower_.saw(hint.reader.slot, out.fwkKey());
+        if (found && attached_ && !shadow_) follower_.saw(hint.reader.slot, out.fwkKey());
         return found;
     }
 
@@ -368,6 +383,7 @@ class MemtabMap : ReaderSm::Front {
         for (std::size_t i = 0; i < keysPerTurn && isFollowing(); ++i) {
             const auto key = follower_.take();
             if (!key) return;
+            if (shadow_) reading([&] { typename Shadow::Syncer(*shadow_).sync(attached_->reader, *key); });
             hooks_.onKey(*key);
         }
     }
@@ -399,6 +415,7 @@ class MemtabMap : ReaderSm::Front {
     std::unique_ptr<WriterMount> writerMount_;             // writer; goes before what it watches
     std::unique_ptr<Attached> attached_;                   // reader
     bool freshlyAttached_ = false;                         // reader; nobody has been told of these files yet
+    std::unique_ptr<Shadow> shadow_;                       // shadow
     Follower<Key, Value, OpsType> follower_;               // reader
     std::unique_ptr<ReaderSm> readerSm_;                   // reader
 };

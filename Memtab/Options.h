@@ -21,6 +21,8 @@ struct Options {
     bool kickReaders = false;      // wake readers through the kick socket
     bool keepOverRestart = false;  // a restarted writer keeps a valid table
 
+    bool shadowValues = false;  // a shadow keeps values, not only keys
+
     // The table is born with this many slots and never has fewer.
     std::uint32_t firstSlots() const {
         const std::uint32_t wanted = initialSlots ? initialSlots : fixedCapacity ? maxSize : maxSize / 4;

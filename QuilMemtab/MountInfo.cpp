@@ -18,6 +18,12 @@ MountInfo MountInfo::writer(const Quil::String& collection, std::uint32_t maxEnt
 
 MountInfo MountInfo::reader(const Quil::String& collection) { return make(Memtab::Mode::reader, collection, 0); }
 
+MountInfo MountInfo::shadow(const Quil::String& collection, bool keepsValues) {
+    MountInfo info = make(Memtab::Mode::shadow, collection, 0);
+    info.shadowValues = keepsValues;
+    return info;
+}
+
 Memtab::Options MountInfo::options(const Quil::String& collection) const {
     const auto found = maxEntries.find(collection);
     if (found == maxEntries.end()) {
@@ -32,6 +38,7 @@ Memtab::Options MountInfo::options(const Quil::String& collection) const {
     options.pruneConquer = pruneConquer;
     options.kickReaders = kickReaders;
     options.keepOverRestart = keepOverRestart;
+    options.shadowValues = shadowValues;
     return options;
 }
 

@@ -24,6 +24,7 @@ struct L2RIB_EXPORT MountInfo {
 
     static MountInfo writer(const Quil::String& collection, std::uint32_t maxEntries);
     static MountInfo reader(const Quil::String& collection);
+    static MountInfo shadow(const Quil::String& collection, bool keepsValues);
 
     // For this collection. Throws InvalidInitializeException when it is not named here.
     Memtab::Options options(const Quil::String& collection) const;

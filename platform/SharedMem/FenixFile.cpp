@@ -44,8 +44,10 @@ FenixFile::FenixFile(const Quil::String& directory)
 }
 
 void FenixFile::write(FenixId id) {
-    std::random_device random;
-    while (id == 0 || (id == id_ && id_ != 0)) id = random();
+    if (id == 0) {
+        std::random_device random;
+        while (id == 0 || id == id_) id = random();
+    }
     FenixRecord record{};
     std::memcpy(record.magic, magic, 8);
     record.version = version;

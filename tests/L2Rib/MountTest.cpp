@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 
@@ -124,6 +126,83 @@ TEST_F(MountTest, ReaderServesADeadWritersTableAndFollowsItsReturn) {
 }
 
 // The judgement of the engine: every kind of reader beside a writer at full speed, growing from its first size.
+// A shadow changes only in turns of the loop; it follows moves of a shrink, the reuse of slots, and a new incarnation.
+TEST_F(MountTest, AShadowIsOnePictureBetweenTwoTurns) {
+    for (const bool keepsValues : {true, false}) {
+        Corestore::EntityManager em(loop, scratch.path());
+        auto writer = mounted(em, QuilMemtab::writer);
+        auto shadow = L2Rib::hostOutputFactory("host");
+        Corestore::EntityManager shadowEm(loop, scratch.path(), "shadow");
+        shadowEm.mount("l2rib/output", shadow, QuilMemtab::MountInfo::shadow("host", keepsValues));
+        const auto settle = [&] {
+            ASSERT_TRUE(test::turnUntil(
+                loop, [&] { return shadow->hostControl().sequence() == writer->hostControl().sequence(); }));
+            for (int i = 0; i < 50; ++i) loop.runOnce(0);
+        };
+        const auto hosts = [](const auto& table) {
+            std::map<Bridging::MacVlanPair, std::uint32_t> all;
+            for (const auto& record : table->hosts()) all[record.key()] = test::generationOf(record);
+            return all;
+        };
+        for (std::uint32_t n = 0; n < 20000; ++n) writer->hostIs(recordOf(n, 1));
+        settle();
+        EXPECT_EQ(hosts(shadow).size(), 20000u);
+        EXPECT_EQ(hosts(shadow), hosts(writer));
+        for (std::uint32_t n = 100; n < 20000; ++n) writer->hostDel(keyOf(n));
+        writer->hostIs(recordOf(5, 2));
+        writer->hostIs(recordOf(30000, 1));
+        if (keepsValues) {
+            EXPECT_EQ(hosts(shadow).size(), 20000u);  // nothing has changed for it yet
+            EXPECT_EQ(test::generationOf(shadow->host(keyOf(5))), 1u);
+        }
+        settle();
+        EXPECT_EQ(hosts(shadow), hosts(writer));
+        EXPECT_EQ(shadow->host(keyOf(200)), L2Rib::HostAndSource());
+        em.unmount("l2rib/output", "host");
+        auto next = mounted(writerEm, QuilMemtab::writer);
+        next->hostIs(recordOf(1, 9));
+        ASSERT_TRUE(test::turnUntil(loop, [&] { return hosts(shadow).size() == 1; }));
+        EXPECT_EQ(test::generationOf(shadow->host(keyOf(1))), 9u);
+        writerEm.unmount("l2rib/output", "host");
+    }
+}
+
+// A table that is kept over a restart: no change is lost, and none is invented.
+TEST_F(MountTest, AWriterGoesOnWithAWholeTable) {
+    auto info = QuilMemtab::MountInfo::writer("host", 1000);
+    info.keepOverRestart = true;
+    const auto start = [&](Corestore::EntityManager& em) {
+        auto table = L2Rib::hostOutputFactory("host");
+        em.mount("l2rib/output", table, info);
+        return table;
+    };
+    auto writer = start(writerEm);
+    for (std::uint32_t n = 0; n < 100; ++n) writer->hostIs(recordOf(n, 1));
+    auto reader = mounted(readerEm, QuilMemtab::reader);
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return reader->hostControl().sequence() == 100; }));
+    const auto fenix = SharedMem::FenixFile::read(tableDirectory());
+    writerEm.unmount("l2rib/output", "host");
+    Corestore::EntityManager nextEm(loop, scratch.path());
+    auto next = start(nextEm);
+    EXPECT_EQ(SharedMem::FenixFile::read(tableDirectory()), fenix);
+    EXPECT_EQ(next->host(keyOf(7)), recordOf(7, 1));
+    next->hostIs(recordOf(7, 2));
+    next->hostDel(keyOf(8));
+    EXPECT_EQ(next->hostControl().sequence(), 102u);
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return reader->hostControl().sequence() == 102; }));
+    EXPECT_EQ(test::generationOf(reader->host(keyOf(7))), 2u);
+    EXPECT_EQ(std::distance(reader->hosts().begin(), reader->hosts().end()), 99);
+
+    // What is not whole is begun anew, under a new number.
+    nextEm.unmount("l2rib/output", "host");
+    std::fstream(tableDirectory() + "/slots", std::ios::in | std::ios::out).seekp(168).put(1);
+    Corestore::EntityManager lastEm(loop, scratch.path());
+    auto last = start(lastEm);
+    EXPECT_NE(SharedMem::FenixFile::read(tableDirectory()), fenix);
+    EXPECT_EQ(last->hosts().begin(), last->hosts().end());
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return reader->hosts().begin() == reader->hosts().end(); }));
+}
+
 TEST_F(MountTest, ReadersAtFullSpeedSeeNoTornNoMissingNoInventedRecord) {
     const std::string seconds = Quil::cat(3 * test::scale()), root = scratch.path();
     test::Child writer({"l2rib-test-peer", "write", root, seconds, "500", "30000"});
