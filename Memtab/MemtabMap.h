@@ -56,7 +56,7 @@ class MemtabMap : ReaderSm::Front {
         stored_.valueSize = sizeof(Value);
         stored_.defaultValue = &defaultValue;
     }
-    ~MemtabMap() override = default;
+    ~MemtabMap() override { attached_.reset(); }  // while still connected
 
     const Quil::String& name() const { return name_; }
     Mode mode() const { return mode_; }
@@ -243,8 +243,8 @@ class MemtabMap : ReaderSm::Front {
 
     // Drops whatever stood behind the map before.
     void becomes(Mode mode) {
+        attached_.reset();  // while still connected
         readerSm_.reset();
-        attached_.reset();
         shadow_.reset();
         if (writer_) writer_->kickSmIs(nullptr);
         writerMount_.reset();

@@ -79,6 +79,7 @@ class MemtabWriter : public Mem::WriterKickSm::Handler {
         if (slots_.attachExisting(directory, fenix, reason) && map_.attachExisting(directory, fenix, reason) &&
             Validator(debug_, name_).validate(directory, fenix, &slots_.format(), reason) &&
             conquer_.attachExisting(directory, fenix, slots_.numSlots(), reason) && keysAreInPlace(reason)) {
+            isInherited_ = true;
             debug_.log(
                 5, [&] { return Quil::cat("MemtabWriter::attach() success ", name_, " fenix ", Quil::hex(fenix)); });
             return true;
@@ -311,9 +312,11 @@ class MemtabWriter : public Mem::WriterKickSm::Handler {
     }
 
     // Makes files shorter that a shrink has left too long. A mapping must not lose what its process may touch: every
-    // reader must have said that it has mapped no more than the counts now say.
+    // reader must have said that it has mapped no more than the counts now say, and there must be none that the writer
+    // cannot ask: a reader of its predecessor, or one that was disconnected against its will.
     void shorten() {
         if (!slots_.isTooLong() && !map_.buckets().isTooLong()) return;
+        if (isInherited_ || (kickSm_ && kickSm_->hasOutcasts())) return;
         if (kickSm_ && !kickSm_->allHaveMapped(slots_.countCounter(), map_.buckets().countCounter())) return;
         try {
             if (slots_.isTooLong()) slots_.shorten();
@@ -372,6 +375,7 @@ class MemtabWriter : public Mem::WriterKickSm::Handler {
     Map map_;
     ConquerWriter conquer_;
     Mem::WriterKickSm* kickSm_ = nullptr;
+    bool isInherited_ = false;      // the files were another process's before
     std::uint64_t version_ = 1;     // of the structure: which entries there are, and where
     std::optional<Direct> direct_;  // handed out and not yet committed
     Value directValue_;

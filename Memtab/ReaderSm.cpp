@@ -27,8 +27,9 @@ void ReaderSm::wakeIn(Quil::Seconds delay) {
     if (state_ != State::detached) wakeupTimeIs(loop_.clock()->now() + delay);
 }
 
+// The connection stays as long as the files may be mapped: in a turn, to its end.
 void ReaderSm::detach() {
-    kick_.reset();
+    if (!inTurn_) kick_.reset();
     watcher_.reset();
     wakeupTimeIs(Quil::never);
     stateIs(State::detached);
@@ -111,13 +112,17 @@ void ReaderSm::onTime() { working_ || (kick_ && !kicks_ && state_ == State::moun
 void ReaderSm::work() {
     if (state_ == State::detached) return;
     const auto keep = front_.keepAlive();
+    inTurn_ = true;
     const Turn turn = front_.turn();
-    if (state_ == State::detached) return;  // a callback of the turn has let go of the table
+    inTurn_ = false;
+    if (state_ == State::detached) {  // a callback of the turn has let go of the table
+        kick_.reset();
+        return;
+    }
     working_ = turn == Turn::more;
     Quil::Seconds next = working_ ? 0 : kick_ && kicks_ ? Quil::never : retryInterval;
     if (turn == Turn::failed) {
-        kick_.reset();
-        attached_ = 0;
+        attached_ = 0;  // still connected, since the files stay mapped until others take their place
         stateIs(State::stale);
         next = corruptionPause;
     } else if (kick_) {

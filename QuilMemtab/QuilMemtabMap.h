@@ -75,6 +75,7 @@ class QuilMemtabMap : public Memtab::MemtabMap<Key, Value, OpsType> {
         this->createDefaultLocalWriter();
     }
 
+    using Base::mount;
     void mount(const MountInfo& info, const Memtab::MountPoint& point) {
         Base::mount(info.mode, info.options(collection_), point);
     }

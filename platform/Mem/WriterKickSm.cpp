@@ -76,6 +76,7 @@ bool WriterKickSm::dropSlowest() {
     const auto slowest = std::min_element(readers_.begin(), readers_.end(),
                                           [](const Reader& a, const Reader& b) { return a.sequence < b.sequence; });
     if (slowest == readers_.end()) return false;
+    hasOutcasts_ = true;
     drop(*slowest);
     return true;
 }
@@ -85,10 +86,10 @@ void WriterKickSm::receive(Reader& reader) {
     for (int i = 0; i < packetsPerTurn; ++i) {
         const ssize_t size = recv(reader.socket.get(), packet, sizeof packet, MSG_DONTWAIT);
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) break;
-        if (size <= 0 || !handle(reader, packet, static_cast<std::size_t>(size))) {
-            drop(reader);
-            break;
-        }
+        if (size > 0 && handle(reader, packet, static_cast<std::size_t>(size))) continue;
+        hasOutcasts_ = hasOutcasts_ || size > 0;  // it did not leave by itself
+        drop(reader);
+        break;
     }
     handler_.onReaders();
 }

@@ -50,6 +50,8 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
     bool allHaveMapped(std::uint32_t slotCounter, std::uint32_t bucketCounter);
     // Disconnects the reader that is farthest behind: it will come back and compare the whole table. False without any.
     bool dropSlowest();
+    // Whether a reader was ever disconnected without having asked for it: it may still have the files mapped.
+    bool hasOutcasts() const { return hasOutcasts_; }
     bool hasUnwelcomed() const { return numReaders() < readers_.size(); }
     const std::list<Reader>& readers() const { return readers_; }
     void doKickSleepers() {
@@ -81,6 +83,7 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
     std::unique_ptr<Quil::EventLoop::Watch> watch_;
     std::list<Reader> readers_;
     std::uint32_t sleepers_ = 0;
+    bool hasOutcasts_ = false;
 };
 
 }  // namespace Mem

@@ -125,7 +125,6 @@ TEST_F(MountTest, ReaderServesADeadWritersTableAndFollowsItsReturn) {
     ASSERT_TRUE(test::turnUntil(loop, [&] { return late->hostControl().mounted(); }));
 }
 
-// The judgement of the engine: every kind of reader beside a writer at full speed, growing from its first size.
 // A shadow changes only in turns of the loop; it follows moves of a shrink, the reuse of slots, and a new incarnation.
 TEST_F(MountTest, AShadowIsOnePictureBetweenTwoTurns) {
     for (const bool keepsValues : {true, false}) {
@@ -203,6 +202,50 @@ TEST_F(MountTest, AWriterGoesOnWithAWholeTable) {
     ASSERT_TRUE(test::turnUntil(loop, [&] { return reader->hosts().begin() == reader->hosts().end(); }));
 }
 
+// Whatever happens while a reader sleeps, compactions, a shrink, or its connection's end at the cap, it ends with the
+// final state of every entry.
+TEST_F(MountTest, AStoppedReaderEndsWithTheFinalState) {
+    for (const std::uint32_t cap : {1u << 20, 4096u}) {
+        const bool isKept = cap > 40000;  // more than there will be to tell
+        SCOPED_TRACE(cap);
+        Memtab::Options options;
+        options.maxSize = 1000;
+        options.shrinkSlots = options.shrinkBuckets = options.kickReaders = true;
+        options.maxNotifications = cap;
+        auto table = L2Rib::hostOutputFactory("host");
+        Corestore::EntityManager em(loop, scratch.path());
+        em.dirIs("l2rib/output")->entityIs(table);
+        table->hostControl().mount(Memtab::Mode::writer, options, {loop, scratch.path(), ""});
+        for (std::uint32_t n = 0; n < 5000; ++n) table->hostIs(recordOf(n, 1));
+        test::Child follower({"l2rib-test-peer", "follow", scratch.path()});
+        follower.readUntil("ready");
+        auto& writer = *table->hostControl().localWriter();
+        ASSERT_TRUE(test::turnUntil(loop, [&] { return writer.clientQuiesced("l2rib-test-peer"); }));
+        follower.kill(SIGSTOP);
+        for (std::uint32_t g = 2; g < 30; ++g) {
+            for (std::uint32_t n = 0; n < 1000; ++n) table->hostIs(recordOf(n, g));
+            loop.runOnce(0);
+        }
+        for (std::uint32_t n = 100; n < 5000; ++n) table->hostDel(keyOf(n));
+        EXPECT_GT(writer.conquer().counters().compactions, 1u);
+        EXPECT_GE(writer.writerCounters().shrinks, 1u);
+        EXPECT_EQ(writer.conquer().counters().droppedReaders, isKept ? 0u : 1u);
+        follower.kill(SIGCONT);
+        table->hostIs(recordOf(0, 0xffffffffu));
+        std::set<std::string> expected, told;
+        for (const auto& record : table->hosts()) {
+            expected.insert(Quil::cat(record.key(), " ", test::generationOf(record)));
+        }
+        ASSERT_TRUE(test::turnUntil(loop, [&] { return writer.clientQuiesced("l2rib-test-peer"); }));
+        EXPECT_EQ(follower.wait(), 0) << follower.rest();
+        std::istringstream lines(follower.rest());
+        for (std::string line; std::getline(lines, line);) told.insert(line);
+        EXPECT_EQ(told, expected);
+        em.unmount("l2rib/output", "host");
+    }
+}
+
+// The judgement of the engine: every kind of reader beside a writer at full speed, growing from its first size.
 TEST_F(MountTest, ReadersAtFullSpeedSeeNoTornNoMissingNoInventedRecord) {
     const std::string seconds = Quil::cat(3 * test::scale()), root = scratch.path();
     test::Child writer({"l2rib-test-peer", "write", root, seconds, "500", "30000"});

@@ -229,6 +229,7 @@ TEST(ConquerWriter, DropsTheSlowestReaderAtItsCap) {
     EXPECT_EQ(table.writer->conquer().counters().droppedReaders, 1u);
     EXPECT_LE(table.writer->conquer().capacity(), 256u);
     EXPECT_TRUE(table.writer->quiesced());  // nobody is behind
+    EXPECT_TRUE(table.kickSm->hasOutcasts());
     EXPECT_EQ(table.fault(), "");
 }
 
