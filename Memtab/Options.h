@@ -12,7 +12,7 @@ struct Options {
     std::uint32_t initialSlots = 0;     // 0: a quarter of maxSize (all of it with fixedCapacity), at least 1
     std::uint32_t expectedReaders = 0;  // with waitForReaders: so many must have connected before anything is dropped
     std::uint32_t maxNotifications =
-        0;                         // cap of the queue; 0: 16 times its first capacity. The slowest reader goes then
+        0;                         // the queue's cap, where the slowest reader goes; 0: 16 times its first capacity
     bool fixedCapacity = false;    // the table never grows beyond its first size
     bool waitForReaders = false;   // keep every notification until the expected readers are connected
     bool shrinkSlots = false;      // give slots back when most are empty
@@ -20,8 +20,7 @@ struct Options {
     bool pruneConquer = true;      // drop notifications that every reader has consumed
     bool kickReaders = false;      // wake readers through the kick socket
     bool keepOverRestart = false;  // a restarted writer keeps a valid table
-
-    bool shadowValues = false;  // a shadow keeps values, not only keys
+    bool shadowValues = false;     // a shadow keeps values, not only keys
 
     // The table is born with this many slots and never has fewer.
     std::uint32_t firstSlots() const {

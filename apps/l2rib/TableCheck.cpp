@@ -36,6 +36,8 @@ Verdict check(const TableFiles& table) {
         Memtab::Validator validator(Quil::Trace::handler("check"), table.name);
         validator.validate(directory, fenix, nullptr, verdict.reason);
         verdict.where = validator.where();
+        // A file that is not there is known by its name alone.
+        if (verdict.where.file.find('/') == std::string::npos) verdict.where.file.insert(0, table.directory + "/");
         verdict.members = validator.members();
     }
     return verdict;

@@ -11,7 +11,7 @@ struct TableFiles {
     std::string directory;  // with the root before it
 };
 
-// All tables, by name; or those named by the words. Raises RangeException for a name that is no table, and for a root
+// All tables, by name; or those named by the words. Raises SystemException for a name that is no table, and for a root
 // without any.
 std::vector<TableFiles> findTables(const std::string& root, const std::vector<std::string>& names);
 

@@ -245,6 +245,19 @@ TEST_F(MountTest, AStoppedReaderEndsWithTheFinalState) {
     }
 }
 
+TEST_F(MountTest, AFullFileSystemRefusesOneWriteAndHarmsNothing) {
+    const std::pair<const char*, const char*> cases[] = {{"64", "no room, nothing left: posix_fallocate("},
+                                                         {"900", "full after 4096, then 3072: SlotWriter::resize() "},
+                                                         {"1500", "full after 8192, then 6144: SlotWriter::resize() "}};
+    for (const auto& [kib, expected] : cases) {
+        const auto [status, output] = test::run({"l2rib-test-peer", "full", scratch.path(), kib});
+        if (output.find("not allowed") != std::string::npos) GTEST_SKIP() << output;
+        EXPECT_EQ(status, 0) << output;
+        EXPECT_EQ(output.rfind(expected, 0), 0u) << output;
+        EXPECT_NE(output.find("No space left on device"), std::string::npos) << output;
+    }
+}
+
 // The judgement of the engine: every kind of reader beside a writer at full speed, growing from its first size.
 TEST_F(MountTest, ReadersAtFullSpeedSeeNoTornNoMissingNoInventedRecord) {
     const std::string seconds = Quil::cat(3 * test::scale()), root = scratch.path();
@@ -258,6 +271,7 @@ TEST_F(MountTest, ReadersAtFullSpeedSeeNoTornNoMissingNoInventedRecord) {
     EXPECT_EQ(follow.readLine(), "ready");
     EXPECT_EQ(follow.wait(), 0) << follow.rest();
     const std::string wrote = writer.readLine();
+    EXPECT_EQ(wrote.find("shrinks 0"), std::string::npos) << wrote;
     EXPECT_EQ(writer.wait(), 0) << writer.rest();
     std::cout << "  " << wrote << "\n  " << lookup.rest() << "  " << walk.rest();
     const auto sorted = [](const std::string& text) {

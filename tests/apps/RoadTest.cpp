@@ -2,8 +2,10 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "support/Support.h"
 
@@ -47,6 +49,55 @@ TEST_F(RoadTest, ShowsWhatAFileHoldsWhileTheAgentLivesAndAfter) {
     again.kill(SIGTERM);
     EXPECT_EQ(again.wait(), 0);
     EXPECT_EQ(tool({"host", "show", "source", "bgp"}), std::pair(0, expected));
+}
+
+TEST_F(RoadTest, TablesAreCheckedAndTheirReadersShown) {
+    namespace fs = std::filesystem;
+    EXPECT_EQ(tool({"table", "check"}), std::pair(2, "l2rib: table check: no tables under " + scratch.path() + "\n"));
+    std::optional<test::Child> daemon(agent(recorded));
+    daemon->readUntil("ready, 13 hosts");
+    const std::string name = "l2rib/output/host/host", slots = scratch.path() + "/" + name + "/slots";
+    {
+        test::Child monitor({"l2rib", "--root", scratch.path(), "host", "monitor", "--current"});
+        monitor.readUntil("sync-done");
+        const auto readers = Json::parse(tool({"-j", "reader", "show", name}).second)["rows"][0];
+        EXPECT_EQ(readers["writer"], true);
+        ASSERT_EQ(readers["readers"].size(), 1u);
+        if (test::hasThreads) {
+            EXPECT_EQ(readers["readers"][0]["pid"], monitor.pid());
+        }
+        EXPECT_EQ(readers["readers"][0]["behind"], 0);
+    }
+    EXPECT_EQ(tool({"table", "check", name}), std::pair(0, name + ": sound, 13 entries\n"));
+    const auto shown = Json::parse(tool({"-j", "table", "show", name}).second)["rows"][0];
+    EXPECT_EQ(shown["occupiedSlots"], 13);
+    EXPECT_EQ(shown["sequence"], 13);
+    EXPECT_EQ(shown["writer"], true);
+    daemon.reset();
+    EXPECT_EQ(tool({"table", "check"}).first, 0);
+    EXPECT_NE(tool({"reader", "show", name}).second.find("  no writer\n"), std::string::npos);
+
+    // Each kind of damage has its line: the place, what was found, what was wanted.
+    std::ifstream in(slots, std::ios::binary);
+    const std::string whole{std::istreambuf_iterator<char>(in), {}};
+    std::string looped = whole;
+    looped.replace(192 + 136 + 4, 4, std::string(4, 0));  // slot 0 links to itself
+    const std::pair<std::string, std::string> damages[] = {
+        {"", "byte 0: no file slots, or it is empty"},
+        {"#!/bin/sh\n", "byte 0: SlotTable::Header::validate() bad header file size: 10 wanted:192"},
+        {std::string(1000, '#'), "byte 0: SlotTable::Header::validate() bad magic: 2323232323232323"},
+        {whole.substr(0, 5000),
+         "byte 0: SlotTable::Header::validate() bad shmem size:5000 wanted:557384 for 4096 slots"},
+        {looped, "byte 328, slot 0: Validator::markOccupied() duplicate slot: 0"}};
+    for (const auto& [bytes, what] : damages) {
+        std::ofstream(slots, std::ios::binary) << bytes;
+        auto [status, line] = tool({"table", "check", name});
+        EXPECT_EQ(status, 1);
+        const std::string caller = "Validator::validate() Memtab " + name + " validation failed: ";
+        if (const auto at = line.find(caller); at != std::string::npos) line.erase(at, caller.size());
+        EXPECT_EQ(line, name + ": " + slots + ", " + what + "\n");
+        EXPECT_EQ(tool({"host", "show"}).first, 2);
+    }
 }
 
 TEST_F(RoadTest, BadInputIsOneLineAndStatusTwo) {

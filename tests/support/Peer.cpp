@@ -1,13 +1,20 @@
 // The other process: a writer or a reader of a host output table, at full speed for a while.
 //
-//   l2rib-test-peer write  ROOT SECONDS STABLE VOLATILE   prints "ready", works, prints "wrote N"
+//   l2rib-test-peer write  ROOT SECONDS STABLE VOLATILE   prints "ready", works, prints "wrote N" and what is left;
+//                                                         the table fills up and empties again and again
 //   l2rib-test-peer fill   ROOT COUNT                     writes records 0 to COUNT-1, generation 7; prints "ready";
-//   stays l2rib-test-peer lookup ROOT SECONDS STABLE VOLATILE   random lookups; fails on torn or missing records
+//   stays l2rib-test-peer full   DIR KIB                        fills a table on a file system of so many KiB until
+//   there is
+//                                                         no space, and works on; prints the error
+//   l2rib-test-peer lookup ROOT SECONDS STABLE VOLATILE   random lookups; fails on torn or missing records
 //   l2rib-test-peer walk   ROOT SECONDS STABLE            whole iterations; fails on disorder or missing records
 //   l2rib-test-peer follow ROOT                           follows until the record with key 0 has generation
-//   0xffffffff,
-//                                                         then prints one line per key: "key generation"
+//                                                         0xffffffff; then prints one line per key: "key generation"
 //   l2rib-test-peer dump   ROOT                           one line per record
+#include <sched.h>
+#include <sys/mount.h>
+
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <random>
@@ -38,6 +45,16 @@ struct Table {
     }
 };
 
+// Gives the processor away between any two stores, now and then: what readers may see in between, they will.
+struct Yields : Mem::Observer {
+    std::mt19937 random{3};
+    Yields() { Mem::observer = this; }
+    ~Yields() override { Mem::observer = nullptr; }
+    void onStore(const void*, std::size_t) override {
+        if (random() % 256 == 0) sched_yield();
+    }
+};
+
 int write(const std::string& root, double seconds, std::uint32_t stable, std::uint32_t volatiles) {
     Table t(root, QuilMemtab::writer);
     for (std::uint32_t n = 0; n < stable; ++n) t.hosts->hostIs(test::recordOf(n, 1));
@@ -45,27 +62,70 @@ int write(const std::string& root, double seconds, std::uint32_t stable, std::ui
     std::mt19937 random(1);
     std::uint64_t writes = 0;
     std::uint32_t generation = 1;
-    for (const double end = t.now() + seconds; t.now() < end; t.loop.runOnce(0)) {
+    auto& writer = *t.hosts->hostControl().localWriter();
+    std::uint32_t mostBuckets = 0, leastBuckets = ~0u;
+    std::optional<Yields> yields(std::in_place);
+    const double start = t.now();
+    for (double now = start; now < start + seconds; t.loop.runOnce(0), now = t.now()) {
         ++generation;
+        const double phase = (now - start) / seconds * 6;  // three times up and down, the last at full speed
+        const unsigned removals = static_cast<unsigned>(phase) % 2 ? 14 : 4;
+        if (phase > 4) yields.reset();
         for (int i = 0; i < 200; ++i, ++writes) {
             const std::uint32_t n = stable + random() % volatiles;
-            switch (random() % 4) {
-                case 0:
-                    t.hosts->hostIs(test::recordOf(random() % stable, generation));
-                    break;
-                case 1:
-                    t.hosts->hostDel(test::keyOf(n));
-                    break;
-                default:
-                    t.hosts->hostIs(test::recordOf(n, generation));
+            const unsigned dice = random() % 16;
+            if (dice == 15) {
+                t.hosts->hostIs(test::recordOf(random() % stable, generation));
+            } else if (dice < removals) {
+                t.hosts->hostDel(test::keyOf(n));
+            } else {
+                t.hosts->hostIs(test::recordOf(n, generation));
             }
         }
+        mostBuckets = std::max(mostBuckets, writer.numBuckets());
+        if (mostBuckets > 2 * writer.numBuckets()) leastBuckets = std::min(leastBuckets, writer.numBuckets());
     }
     t.hosts->hostIs(test::recordOf(0, 0xffffffffu));
-    std::cout << "wrote " << writes << " capacity " << t.hosts->hostControl().localWriter()->capacity() << std::endl;
+    std::cout << "wrote " << writes << " grows " << writer.writerCounters().grows << " shrinks "
+              << writer.writerCounters().shrinks << " buckets " << leastBuckets << " to " << mostBuckets
+              << " compactions " << writer.conquer().counters().compactions << std::endl;
     for (const double end = t.now() + 2; t.now() < end;) t.loop.runOnce(0.05);  // readers catch up
     for (const auto& record : t.hosts->hosts())
         std::cout << record.key().str() << " " << test::generationOf(record) << "\n";
+    return 0;
+}
+
+int full(const std::string& directory, std::uint32_t kib) {
+    const std::string size = Quil::cat("size=", kib, "k");
+    if (unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", directory.c_str(), "tmpfs", 0, size.c_str()) != 0) {
+        std::cout << "not allowed to mount" << std::endl;
+        return 0;
+    }
+    std::optional<Table> table;
+    std::uint32_t n = 0;
+    std::string error;
+    try {
+        table.emplace(directory, QuilMemtab::writer);
+        for (;; ++n) table->hosts->hostIs(test::recordOf(n, 1));
+    } catch (const Quil::MemoryResourceException& e) {
+        error = e.what();
+    }
+    if (!table) {
+        const bool isClean = !std::filesystem::exists(directory + "/l2rib/output/host/host/slots");
+        std::cout << "no room, " << (isClean ? "nothing left: " : "files left: ") << error << std::endl;
+        return 0;
+    }
+    Table& t = *table;
+    // The failed write has left no trace; rewrites, removals and insertions in their place go on; a reader sees it all.
+    Table reader(directory, QuilMemtab::reader);
+    for (std::uint32_t i = 0; i < n; i += 2) t.hosts->hostDel(test::keyOf(i));
+    for (std::uint32_t i = 0; i < n / 2; ++i) t.hosts->hostIs(test::recordOf(i, 2));
+    Quil::String reason;
+    if (!t.hosts->hostControl().validate(reason)) t.fail(reason);
+    std::uint32_t seen = 0;
+    for (const auto& record : reader.hosts->hosts()) seen += test::isWhole(record);
+    std::cout << "full after " << n << ", then " << seen << ": " << error << std::endl;
     return 0;
 }
 
@@ -177,6 +237,7 @@ int main(int argc, char** argv) {
     if (args.size() < 2) return 2;
     if (args[0] == "write") return write(args[1], number(2), count(3), count(4));
     if (args[0] == "fill") return fill(args[1], count(2));
+    if (args[0] == "full") return full(args[1], count(2));
     if (args[0] == "lookup") return lookup(args[1], number(2), count(3), count(4));
     if (args[0] == "walk") return walk(args[1], number(2), count(3));
     if (args[0] == "follow") return follow(args[1]);
