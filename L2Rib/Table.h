@@ -80,7 +80,9 @@ class Table : public Quil::Entity {
         type.name(Derived::fwkTypeName)
             .template creator<Quil::String>([](const Quil::Name& n) { return Quil::makePtr<Derived>(n); })
             .attribute("name", [](const Derived& table) { return table.name(); })
-            .attribute(Derived::fwkCollection, [](const Derived& table) { return table.contents(); });
+            .attribute(Derived::fwkCollection, [](const Derived& table) { return table.contents(); })
+            .attribute(Quil::cat(Derived::fwkCollection, "Control"),
+                       [](const Derived& table) { return table.control().name(); });
     }
 
  protected:
@@ -97,17 +99,20 @@ class Table : public Quil::Entity {
     void handleParent(Quil::Entity*) override { map_.handleParent(); }
 
     void recordIs(const Record& record) {
+        const auto keep = keepAlive();
         ++isCounter_;
         map_.safeWrite(Wrapper(record));
         notifyKey(record.key());
     }
     void recordCommit(const Record* record) {
+        const auto keep = keepAlive();
         ++isCounter_;
         const Key key = record->key();
         map_.directCommit();
         notifyKey(key);
     }
     Record recordDel(const Key& key) {
+        const auto keep = keepAlive();
         ++delCounter_;
         const Key removedKey = key;  // the caller's may lie in what is being removed
         if (!map_.safeRemove(removedKey, scratch_)) return Record();
@@ -120,6 +125,7 @@ class Table : public Quil::Entity {
         return at ? recordDel(at.key()) : Record();
     }
     void recordDelAll() {
+        const auto keep = keepAlive();
         for (IteratorConst at(map_); at; ++at) recordDel(at);
     }
     Record record(const Key& key) const {
@@ -147,6 +153,9 @@ class Table : public Quil::Entity {
     void notifyMountStatus() {}
 
  private:
+    // A notifiee may drop the last other reference to the table.
+    Quil::Ptr<const Table> keepAlive() const { return Quil::Ptr<const Table>(this); }
+
     Quil::RawText contents() const {  // "{key: value, ...}" for reflection
         Quil::String out = "{";
         for (const Record& r : records()) out += Quil::cat(out.size() > 1 ? ", " : "", r.key(), ": ", Quil::textOf(r));

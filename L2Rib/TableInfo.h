@@ -16,6 +16,9 @@ class L2RIB_EXPORT TableInfo : public Quil::Value<TableInfo> {
     QuilMemtab::MountInfo loadBalanceOutputInfo(QuilMemtab::QuilMemtabType mode) const { return info(mode, "lb"); }
     Quil::String str() const { return {}; }
 
+    // Read like fields, but each takes a mode.
+    static constexpr const char* fwkOperations[] = {"hostOutputInfo", "loadBalanceOutputInfo", "labelOutputInfo",
+                                                    "destOutputInfo"};
     static constexpr auto fwkFields() { return Quil::fieldList("L2Rib::TableInfo"); }
 
  private:

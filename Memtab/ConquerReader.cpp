@@ -35,10 +35,11 @@ ConquerReader::View ConquerReader::view() {
         const std::uint32_t capacity = Versioned::load(table(id).notifications).value();
         // The file has grown before its capacity says so.
         if (segments_[id]->size() < ConquerTable::fileSize(capacity)) segments_[id]->refresh();
+        // ORDER corral, with ConquerWriter::corralIs: before the position, so that a corral that has an end lies below
+        // it; one that opens between the two is noticed by its start.
+        const std::uint64_t start = load64(table(id).corralStart), stop = load64(table(id).corralEnd);
         // ORDER queue, with ConquerWriter::notify: the records below this position are whole.
         const std::uint32_t end = load32(table(id).currentPos);
-        // ORDER corral, with ConquerWriter::corralIs: what of it lies below that position was announced before.
-        const std::uint64_t start = load64(table(id).corralStart), stop = load64(table(id).corralEnd);
         if (!(currentWord() == word) || load64(table(id).corralStart) != start) continue;
         if (end > capacity || segments_[id]->size() < ConquerTable::fileSize(capacity)) {
             throw Verro::CorruptionDetectedException(

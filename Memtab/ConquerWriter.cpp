@@ -46,6 +46,7 @@ void ConquerWriter::create(Mem::Directory& directory, FenixId fenix, std::uint32
     current_ = &table(0);
     currentId_ = position_ = live_ = 0;
     sequence_ = minSeq_ = corralStart_ = corralEnd_ = 0;
+    numSlots_ = numSlots;
     conquerPos_.clear();
     growPositions(numSlots);
 }
@@ -72,14 +73,16 @@ bool ConquerWriter::attachExisting(Mem::Directory& directory, FenixId fenix, std
     initialCapacity_ = std::max(64u, 2 * std::bit_ceil(numSlots));
     position_ = load32(current().currentPos);
     minSeq_ = load64(current().minSeq);
-    if (position_ > capacity_) {
+    if (capacity_ == 0 || position_ > capacity_) {
         reason = cat("ConquerWriter::attachConquer() table->currentPos:", position_, " max:", capacity_);
         return false;
     }
     store64(table(1 - currentId_).minSeq, minSeq_);  // a compaction that was cut short had got ahead of it
     sequence_ = position_ == 0 ? minSeq_ : loadSplit(current().record(position_ - 1).sequence);
     corralIs(0, 0);  // no reader is connected yet: who comes compares the whole table
-    findPositions(numSlots);
+    numSlots_ = numSlots;
+    findPositions();
+    updateNumReaders();
     return validate(reason);
 }
 
@@ -94,6 +97,13 @@ void ConquerWriter::detach() {
 }
 
 void ConquerWriter::growPositions(std::uint32_t numSlots) {
+    const std::uint64_t bytes = std::uint64_t(numSlots) * sizeof conquerPos_[0];
+    const std::uint64_t most = std::uint64_t(conquerPos_.max_size()) * sizeof conquerPos_[0];
+    if (bytes > most) {
+        throw Quil::MemoryResourceException(cat("ConquerPos::resize() ", segments_[0]->name(), " initial size of ",
+                                                bytes, " bytes exceeds ", most, " bytes for ", numSlots,
+                                                " notifications "));
+    }
     try {
         conquerPos_.resize(numSlots, noPosition);
     } catch (const std::bad_alloc&) {
@@ -101,19 +111,21 @@ void ConquerWriter::growPositions(std::uint32_t numSlots) {
     }
 }
 
-// Notes the position of each slot's newest live record and makes the older ones and those of slots that are gone
-// tombstones: what holds outside a corral, found again.
-void ConquerWriter::findPositions(std::uint32_t numSlots) {
-    conquerPos_.assign(numSlots, noPosition);
+// Outside the corral, if there is one: notes the position of each slot's newest live record, and makes the older ones
+// and those of slots that are gone tombstones.
+void ConquerWriter::findPositions() {
+    conquerPos_.assign(numSlots_, noPosition);
     live_ = 0;
     for (std::uint32_t i = position_; i-- > 0;) {
         Record& record = current().record(i);
         const std::uint32_t slot = load32(record.slot);
         if (slot == tombstoneSlot) continue;
         ++live_;
-        if (slot < numSlots && conquerPos_[slot] == noPosition) {
+        const std::uint64_t sequence = loadSplit(record.sequence);
+        if (hasCorral() && sequence >= corralStart_ && sequence <= corralEnd_) continue;
+        if (slot < numSlots_ && conquerPos_[slot] == noPosition) {
             conquerPos_[slot] = i;
-        } else if (!hasCorral()) {
+        } else {
             bury(record);
         }
     }
@@ -244,6 +256,7 @@ void ConquerWriter::compact(std::uint64_t minSeq, std::uint32_t notifications) {
                    " seq[lastPos]:", last(table(1 - currentId_), lastPosition), " copyPos:", copied,
                    " seq[copyPos]:", last(current(), copied));
     });
+    adjustCorral(numSlots_);
 }
 
 // Copies in ascending sequence and returns the number of records.
@@ -260,6 +273,7 @@ std::uint32_t ConquerWriter::copySurvivors(Header& to, std::uint64_t minSeq) {
         previous = sequence;
         const std::uint32_t slot = load32(from.slot);
         if (slot == tombstoneSlot && sequence < minSeq) continue;
+        debug_.log(9, [&] { return cat("ConquerWriter::compact() compacting notif ", i, " to notif ", copied); });
         Record& record = to.record(copied);
         storeSplit(record.sequence, sequence);
         store32(record.slot, slot);
@@ -311,19 +325,22 @@ void ConquerWriter::markShrinkEnd() {
 }
 
 void ConquerWriter::adjustCorral(std::uint32_t numSlots) {
+    numSlots_ = numSlots;
     if (!hasCorral() || corralIsOpen()) return;
+    // Someone who has mapped the files and is not yet counted may have seen an entry where it lay before the shrink.
+    if (kickSm_ && !kickSm_->allAreWelcomed()) return;
     const std::uint64_t lowest = std::min(lowestSequence(), sequence_);
     if (waitingForReaders_ || lowest < corralStart_) return;
     if (lowest >= corralEnd_) {
         debug_.log(5, [&] { return cat("ConquerWriter::adjustCorral() cleared corralStart:", corralStart_); });
         corralIs(0, 0);
-        findPositions(numSlots);
     } else {
         debug_.log(5, [&] {
             return cat("ConquerWriter::adjustCorral() adjusted corralStart from:", corralStart_, " to:", lowest + 1);
         });
         corralIs(lowest + 1, corralEnd_);
     }
+    findPositions();
 }
 
 void ConquerWriter::updateSequence(const Mem::WriterKickSm::Reader& reader, std::uint64_t before) {
@@ -344,7 +361,8 @@ void ConquerWriter::updateNumReaders() {
 }
 
 bool ConquerWriter::quiesced() const {
-    return !hasCorral() && lowestSequence() >= sequence_ && (!kickSm_ || !kickSm_->hasUnwelcomed());
+    return !hasCorral() && lowestSequence() >= sequence_ &&
+           (!kickSm_ || kickSm_->numReaders() == kickSm_->readers().size());
 }
 
 bool ConquerWriter::clientQuiesced(const Quil::String& readerName) const {

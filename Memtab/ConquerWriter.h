@@ -38,6 +38,7 @@ class L2RIB_EXPORT ConquerWriter {
     // Makes room for so many notifications of slots below numSlots, so that notify() cannot fail for want of memory.
     // Throws MemoryResourceException; nothing was changed then.
     void reserve(std::uint32_t numSlots, std::uint32_t notifications = 1) {
+        numSlots_ = numSlots;
         if (numSlots > conquerPos_.size()) [[unlikely]]
             growPositions(numSlots);
         if (capacity_ - position_ < notifications) [[unlikely]]
@@ -84,7 +85,8 @@ class L2RIB_EXPORT ConquerWriter {
     // Between the two, notifications belong to one shrink. Requires room for all of them.
     void markShrinkStart();
     void markShrinkEnd();
-    // Clears the corral when every reader has passed it. numSlots: notifications of slots beyond it are then obsolete.
+    // Clears the corral, or what of it every reader has passed. numSlots: the table's present size; notifications of
+    // slots beyond it are then obsolete.
     void adjustCorral(std::uint32_t numSlots);
     bool hasCorral() const { return corralStart_ != 0; }
 
@@ -149,7 +151,7 @@ class L2RIB_EXPORT ConquerWriter {
     bool isInOpenCorral(const ConquerTable::Record& record) const;
     void corralIs(std::uint64_t start, std::uint64_t end);
     void growPositions(std::uint32_t numSlots);
-    void findPositions(std::uint32_t numSlots);
+    void findPositions();
     std::uint64_t lowestSequence() const;
     std::uint32_t survivors(std::uint64_t minSeq);
     std::uint64_t fittingCapacity(std::uint32_t records, std::uint32_t notifications) const;
@@ -179,6 +181,7 @@ class L2RIB_EXPORT ConquerWriter {
     std::uint64_t corralStart_ = 0;          // first sequence of the corral; 0: none
     std::uint64_t corralEnd_ = 0;            // its last; 0: open
     std::uint32_t live_ = 0;                 // records that are no tombstones
+    std::uint32_t numSlots_ = 0;             // of the table
     std::vector<std::uint32_t> conquerPos_;  // by slot: position of its live record
     Counters counters_;
 };

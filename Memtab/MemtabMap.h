@@ -101,9 +101,7 @@ class MemtabMap : ReaderSm::Front {
     // Lets go of files and mappings. The files stay, for readers and for the next writer. A notification may call this.
     void detach() {
         if (!inTurn_) attached_.reset();
-        if (writer_) writer_->kickSmIs(nullptr);
-        writerMount_.reset();
-        writer_.reset();
+        dropWriter();
         if (readerSm_) {
             readerSm_->detach();  // tells the owner
         } else {
@@ -118,13 +116,15 @@ class MemtabMap : ReaderSm::Front {
     bool validateFiles(const Quil::String& root, unsigned /*flags*/) {
         Mem::SharedDirectory directory(directoryOf(root, name_));
         Quil::String reason;
+        if (mode_ == Mode::writer && writer_) return writer_->validateFiles(directory, reason);
         return Validator(debug(), name_).validate(directory, 0, &stored_, reason);
     }
     // Whether the table that this process writes hangs together, in memory and in its files.
     bool validate(Quil::String& reason) {
+        Writer& own = writer("MemtabMap::validate()");
         Mem::Directory& directory =
             writerMount_ ? static_cast<Mem::Directory&>(writerMount_->directory) : *localDirectory_;
-        return writer("MemtabMap::validate()").validate(directory, 0, reason);
+        return own.validate(directory, 0, reason);
     }
 
     // Insert or replace; remove. Corruption is reported to the hook and raised as an assertion exception.
@@ -246,27 +246,32 @@ class MemtabMap : ReaderSm::Front {
         attached_.reset();  // while still connected
         readerSm_.reset();
         shadow_.reset();
-        if (writer_) writer_->kickSmIs(nullptr);
-        writerMount_.reset();
-        writer_.reset();
+        dropWriter();
         localDirectory_.reset();
         directory_.clear();
         recordedFor_ = 0;
         mode_ = mode;
     }
 
+    void dropWriter() {
+        if (writer_) writer_->kickSmIs(nullptr);
+        writerMount_.reset();
+        if (writer_) writer_->detach();
+        writer_.reset();
+    }
+
     void mountWriter(const Options& options, const MountPoint& point, const Quil::String& directory) {
         auto mount = std::make_unique<WriterMount>(directory);
         auto writer = std::make_unique<Writer>(debug(), name_, options, stored_);
+        // First, since it may fail. Who connects meanwhile finds the old incarnation or the new one.
+        mount->kickSm = std::make_unique<Mem::WriterKickSm>(point.loop, directory, options.kickReaders, *writer);
         const FenixId before = mount->fenix.id();
         if (options.keepOverRestart && before != 0 && writer->attachExisting(mount->directory, before)) {
             mount->fenix.write(before);  // the same incarnation, in a new process
         } else {
             startAfresh(*mount, *writer);
         }
-        // Last, when everything is in place: who connects finds a whole table.
-        mount->kickSm =
-            std::make_unique<Mem::WriterKickSm>(point.loop, directory, mount->fenix.id(), options.kickReaders, *writer);
+        mount->kickSm->fenixIs(mount->fenix.id());
         writer->kickSmIs(mount->kickSm.get());
         becomes(Mode::writer);
         incarnation_ = mount->fenix.id();
@@ -371,7 +376,7 @@ class MemtabMap : ReaderSm::Front {
         if (!reading([&] { more = follower_.collect(attached_->reader, attached_->queue, keysPerTurn); })) {
             return ReaderSm::Turn::failed;
         }
-        deliver();
+        if (!deliver()) return ReaderSm::Turn::failed;
         return more || follower_.hasMarked() ? ReaderSm::Turn::more : ReaderSm::Turn::drained;
     }
 
@@ -379,13 +384,20 @@ class MemtabMap : ReaderSm::Front {
     bool isFollowing() const { return readerSm_->state() != ReaderSm::State::detached; }
 
     // Tells the owner of at most so many keys. What a callback throws passes through; its key counts as delivered.
-    void deliver() {
+    // False when the table could not be read.
+    bool deliver() {
         for (std::size_t i = 0; i < keysPerTurn && isFollowing(); ++i) {
             const auto key = follower_.take();
-            if (!key) return;
-            if (shadow_) reading([&] { typename Shadow::Syncer(*shadow_).sync(attached_->reader, *key); });
+            if (!key) return true;
+            if (shadow_ && !reading([&] { syncShadow(*key); })) return false;
             hooks_.onKey(*key);
         }
+        return true;
+    }
+
+    void syncShadow(const Key& key) {
+        const std::uint32_t slot = typename Shadow::Syncer(*shadow_).sync(attached_->reader, key);
+        if (slot != endOfList) follower_.saw(slot, key);
     }
 
     Mem::KickAck acknowledgement() const override {

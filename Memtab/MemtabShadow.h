@@ -38,18 +38,20 @@ class MemtabShadow {
     class Syncer {
      public:
         explicit Syncer(MemtabShadow& shadow) : shadow_(shadow) {}
-        // Takes the table's word for this key. The slot is looked at anew each time: entries move, slots are reused.
-        void sync(Reader& reader, const Key& key) {
+        // Takes the table's word for this key; returns the slot where it is, or endOfList. The slot is looked at anew
+        // each time: entries move, slots are reused.
+        std::uint32_t sync(Reader& reader, const Key& key) {
             bool found = false;
             Value value;
             reader.lookup(key, found, &value);
             if (!found) {
                 shadow_.entries_.erase(Place(key));
-                return;
+                return endOfList;
             }
             Entry& entry = shadow_.entries_[Place(key)];
             entry.slot = reader.lastSlot();
             if (shadow_.keepsValues_) entry.value = std::make_unique<Value>(value);
+            return entry.slot;
         }
 
      private:

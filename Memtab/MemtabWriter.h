@@ -60,14 +60,17 @@ class MemtabWriter : public Mem::WriterKickSm::Handler {
             slots_.create(directory, fenix);
             map_.create(directory, options_.firstBuckets(), fenix);
             conquer_.create(directory, fenix, options_.firstSlots());
+            directory.publish(SlotWriterTable::fileName);
+            directory.publish(BucketWriterTable::fileName);
+            conquer_.publish(directory);
         } catch (...) {
             for (const char* file : {SlotWriterTable::fileName, BucketWriterTable::fileName}) directory.withdraw(file);
             for (const char* file : ConquerTable::fileNames) directory.withdraw(file);
             throw;
         }
-        directory.publish(SlotWriterTable::fileName);
-        directory.publish(BucketWriterTable::fileName);
-        conquer_.publish(directory);
+        if (isReformatted_) {
+            debug_.log(3, [] { return Quil::String("MemtabWriter::attach(): re-formatted successfully"); });
+        }
         debug_.log(5, [&] { return Quil::cat("MemtabWriter::attach() success ", name_, " fenix ", Quil::hex(fenix)); });
     }
 
@@ -88,6 +91,7 @@ class MemtabWriter : public Mem::WriterKickSm::Handler {
         debug_.log(
             3, [&] { return Quil::cat("MemtabWriter::attach() failed, all entries from ", name_, " will be lost"); });
         detach();
+        isReformatted_ = true;
         return false;
     }
 
@@ -95,6 +99,12 @@ class MemtabWriter : public Mem::WriterKickSm::Handler {
     bool validate(Mem::Directory& directory, FenixId fenix, Quil::String& reason) {
         return Validator(debug_, name_).validate(directory, fenix ? fenix : fenix_, &slots_.format(), reason) &&
                conquer_.validate(reason) && keysAreInPlace(reason);
+    }
+
+    // Whether the files are sound, each by itself and together, whatever the writer's memory holds.
+    bool validateFiles(Mem::Directory& directory, Quil::String& reason) {
+        return conquer_.validateFile(fenix_, reason) &&
+               Validator(debug_, name_).validate(directory, fenix_, &slots_.format(), reason);
     }
 
     // Lets go of the files without removing them.
@@ -156,7 +166,7 @@ class MemtabWriter : public Mem::WriterKickSm::Handler {
         ++version_;
         conquer_.notify(place.slot);
         if (slots_.occupiedSlots() < slots_.shrinkThreshold() / 2) doMaybeShrinkSlots(slots_.shrinkThreshold());
-        if (options_.shrinkBuckets) map_.shrinkBucketsIfEmpty(options_.firstBuckets());
+        if (options_.shrinkBuckets && map_.shrinkBucketsIfEmpty(options_.firstBuckets())) shorten();
         return true;
     }
 
@@ -291,6 +301,7 @@ class MemtabWriter : public Mem::WriterKickSm::Handler {
         }
         conquer_.markShrinkEnd();
         slots_.publishShrunk(target);
+        conquer_.adjustCorral(target);  // at once when nobody reads
         ++version_;
         shorten();
     }
@@ -318,7 +329,7 @@ class MemtabWriter : public Mem::WriterKickSm::Handler {
         if (!slots_.isTooLong() && !map_.buckets().isTooLong()) return;
         if (isInherited_ || (kickSm_ && kickSm_->hasOutcasts())) return;
         if (kickSm_ && !kickSm_->allHaveMapped(slots_.countCounter(), map_.buckets().countCounter())) return;
-        try {
+        try {  // the space is only kept
             if (slots_.isTooLong()) slots_.shorten();
             if (map_.buckets().isTooLong()) map_.buckets().shorten();
         } catch (const Quil::Exception& error) {
@@ -376,6 +387,7 @@ class MemtabWriter : public Mem::WriterKickSm::Handler {
     ConquerWriter conquer_;
     Mem::WriterKickSm* kickSm_ = nullptr;
     bool isInherited_ = false;      // the files were another process's before
+    bool isReformatted_ = false;    // they were not fit to be used
     std::uint64_t version_ = 1;     // of the structure: which entries there are, and where
     std::optional<Direct> direct_;  // handed out and not yet committed
     Value directValue_;

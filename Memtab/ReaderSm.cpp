@@ -52,17 +52,16 @@ void ReaderSm::tryMount() {
 }
 
 void ReaderSm::connectOrAttach(FenixId fenix) {
-    kick_ = Mem::ReaderKickSm::connect(loop_, directory_, readerName_, fenix, *this);
-    const bool connected = kick_ != nullptr;
+    // An older connection stays until other files take the place of those that were mapped under it.
+    auto fresh = Mem::ReaderKickSm::connect(loop_, directory_, readerName_, fenix, *this);
+    const bool connected = fresh != nullptr;
     if (!connected && (fenix == attached_ || FenixFile::writerLives(directory_))) return;
+    if (!attach(fenix)) return;
+    kick_ = std::move(fresh);
     kicks_ = true;
-    if (attach(fenix)) {
-        stateIs(connected ? State::mounted : State::stale);
-        working_ = true;
-        wakeIn(0);
-    } else {
-        kick_.reset();
-    }
+    stateIs(connected ? State::mounted : State::stale);
+    working_ = true;
+    wakeIn(0);
 }
 
 // Whether the files are mapped now, and still wanted: the callbacks of an attach may let go of the table.
@@ -83,6 +82,7 @@ bool ReaderSm::attach(FenixId fenix) {
 }
 
 void ReaderSm::onWelcome(FenixId fenix, bool kicks) {
+    if (attached_ == 0) return;  // about to be mounted again; the connection guards what is still mapped
     kicks_ = kicks;
     if (fenix != attached_) return onClosed();  // of another incarnation than the files
     if (!kicks_ && !working_) wakeIn(retryInterval);
@@ -104,21 +104,30 @@ void ReaderSm::onClosed() {
 }
 
 void ReaderSm::onDirectoryChange() {
-    if (!kick_ && !working_) tryMount();
+    if (!kick_ && !working_) tryMount();  // a connection that only guards waits for its time
 }
 
 void ReaderSm::onTime() { working_ || (kick_ && !kicks_ && state_ == State::mounted) ? work() : tryMount(); }
 
+ReaderSm::Turn ReaderSm::takeTurn() {
+    struct Guard {
+        ReaderSm& sm;
+        ~Guard() {
+            sm.inTurn_ = false;
+            if (sm.state_ == State::detached) sm.kick_.reset();
+        }
+    } guard{*this};
+    inTurn_ = true;
+    working_ = true;  // should a callback throw, the next turn goes on
+    wakeIn(0);
+    return front_.turn();
+}
+
 void ReaderSm::work() {
     if (state_ == State::detached) return;
     const auto keep = front_.keepAlive();
-    inTurn_ = true;
-    const Turn turn = front_.turn();
-    inTurn_ = false;
-    if (state_ == State::detached) {  // a callback of the turn has let go of the table
-        kick_.reset();
-        return;
-    }
+    const Turn turn = takeTurn();
+    if (state_ == State::detached) return;  // a callback of the turn has let go of the table
     working_ = turn == Turn::more;
     Quil::Seconds next = working_ ? 0 : kick_ && kicks_ ? Quil::never : retryInterval;
     if (turn == Turn::failed) {

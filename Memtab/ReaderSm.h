@@ -62,6 +62,7 @@ class L2RIB_EXPORT ReaderSm : Mem::ReaderKickSm::Handler, Quil::Clock::NotifieeC
     void connectOrAttach(SharedMem::FenixId fenix);
     bool attach(SharedMem::FenixId fenix);
     void work();
+    Turn takeTurn();
     void stateIs(State state);
     void wakeIn(Quil::Seconds delay);
 

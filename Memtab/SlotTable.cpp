@@ -78,6 +78,12 @@ std::uint32_t Header::checksum() const {
            fieldHash(slotSize) + fieldHash(maxSlots) + fieldHash(format);
 }
 
+void Header::maxSlotsIs(std::uint32_t maximum) {
+    if (load32(maxSlots) == maximum) return;
+    store32(maxSlots, maximum);
+    store32(hash, checksum());
+}
+
 bool Header::validate(Quil::Trace& debug, std::uint64_t fileSize, FenixId wantedFenix, Quil::String& reason) const {
     reason = fault(fileSize, wantedFenix);
     if (!reason.empty()) debug.log(errorLevel, [&] { return reason; });

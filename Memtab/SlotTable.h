@@ -114,6 +114,8 @@ struct L2RIB_EXPORT Header {
     Header(Quil::Trace& debug, std::uint32_t slots, std::uint32_t maximum, FenixId fenixId, const Format& stored);
 
     // Whether the file may be used; else the reason. A wanted fenix of 0 accepts any incarnation.
+    // The writer of an inherited table expects another maximum. A reader that comes between the two stores tries again.
+    void maxSlotsIs(std::uint32_t maximum);
     bool validate(Quil::Trace& debug, std::uint64_t fileSize, FenixId wantedFenix, Quil::String& reason) const;
     void trace(Quil::Trace& debug) const;  // one line at level 3
     std::uint64_t headerSize() const { return 192 + std::uint64_t(Mem::Atomics::load32(slotSize)); }

@@ -27,9 +27,10 @@ SlotWriterTable::SlotWriterTable(Quil::Trace& debug, Quil::String tableName, con
       slotSize_(stored_.slotSize()) {}
 
 void SlotWriterTable::create(Mem::Directory& directory, FenixId fenix) {
+    const bool isNew = !directory.open(fileName);
     auto segment = directory.create(fileName, stored_.fileSize(minSlots_));
     new (segment->base()) SlotTable::Header(debug_, minSlots_, maxSlots_, fenix, stored_);
-    debug_.log(5, [&] { return cat("SlotWriter::attach() to new file ", segment->name()); });
+    if (isNew) debug_.log(5, [&] { return cat("SlotWriter::attach() to new file ", segment->name()); });
     segment_ = std::move(segment);
     numSlots_ = minSlots_;
     bind();
@@ -52,10 +53,8 @@ bool SlotWriterTable::attachExisting(Mem::Directory& directory, FenixId fenix, Q
         reason = cat("SlotWriter::attach() wanted capacity:", minSlots_,
                      " for fixed-size table, but existing file has capacity:", numSlots_);
     }
-    if (reason.empty() && load32(header().maxSlots) != maxSlots_) {
-        reason = cat("SlotWriter::attach() bad maxSlots: ", load32(header().maxSlots), " wanted: ", maxSlots_);
-    }
     if (!reason.empty()) return false;
+    header().maxSlotsIs(maxSlots_);
     header().trace(debug_);
     findShrinkThreshold();
     return true;

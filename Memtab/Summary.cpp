@@ -28,10 +28,13 @@ const Header* headerOf(Quil::Trace& debug, Mem::Directory& directory, const char
 
 Quil::String nameOf(const char (&field)[SlotTable::Header::nameSize]) { return {field, strnlen(field, sizeof field)}; }
 
-void addQueue(const ConquerTable::Header& header, Summary& s) {
+void addQueue(const ConquerTable::Header& header, std::uint64_t fileSize, Summary& s) {
+    // No more than is mapped, should the writer be lengthening the file.
+    const std::uint64_t mapped = (fileSize - ConquerTable::recordsOffset) / ConquerTable::recordSize;
     s.numReaders = load32(header.numReaders);
     s.notificationCapacity = Versioned::load(header.notifications).value();
-    s.notifications = std::min(load32(header.currentPos), s.notificationCapacity);
+    s.notifications = static_cast<std::uint32_t>(
+        std::min<std::uint64_t>({load32(header.currentPos), s.notificationCapacity, mapped}));
     s.minSeq = load64(header.minSeq);
     s.corralStart = load64(header.corralStart);
     s.corralEnd = load64(header.corralEnd);
@@ -65,7 +68,7 @@ std::optional<Summary> summarize(Quil::Trace& debug, Mem::Directory& directory, 
     s.occupiedSlots = load32(slots->occupiedSlots);
     s.numBuckets = Versioned::load(buckets->count).value();
     s.queueFile = ConquerTable::getTable(Versioned::load(queues[0]->current));
-    addQueue(*queues[s.queueFile], s);
+    addQueue(*queues[s.queueFile], files[2 + s.queueFile]->size(), s);
     for (const auto& file : files) s.bytes += file->size();
     return s;
 }

@@ -43,6 +43,10 @@ String Validator::atSlot(std::uint32_t index, std::uint64_t offsetInSlot, String
     return text;
 }
 
+String Validator::grewMeanwhile(const Mem::Segment& file) {
+    return at(file, 0, cat("Validator::validate() ", file.name(), " has grown since it was mapped"));
+}
+
 bool Validator::validate(Mem::Directory& directory, FenixId wantedFenix, const SlotTable::Format* expected,
                          String& reason) {
     where_ = {};
@@ -65,10 +69,6 @@ String Validator::openFiles(Mem::Directory& directory, FenixId wantedFenix, cons
         return segment ? String() : cat("no file ", name, ", or it is empty");
     };
     String reason = open(slots_, SlotWriterTable::fileName);
-    if (reason.empty() && slots_->size() < 192) {
-        return at(*slots_, 0,
-                  cat("SlotTable::Header::validate() bad header file size: ", slots_->size(), " wanted:192"));
-    }
     if (reason.empty() && !slotHeader().validate(debug_, slots_->size(), wantedFenix, reason)) at(*slots_, 0, {});
     if (reason.empty() && expected) reason = SlotTable::typeFault("Validator::validate()", slotHeader(), *expected);
     if (!reason.empty()) return reason;
@@ -77,10 +77,12 @@ String Validator::openFiles(Mem::Directory& directory, FenixId wantedFenix, cons
     if (slotSize_ < 16 || slotSize_ % 8 != 0) {
         return at(*slots_, 152, cat("Validator::validate() bad slotSize: ", slotSize_));
     }
+    if (192 + slotSize_ * (std::uint64_t(numSlots_) + 1) > slots_->size()) return grewMeanwhile(*slots_);
     reason = open(buckets_, BucketWriterTable::fileName);
     if (reason.empty() && !bucketHeader().validate(debug_, buckets_->size(), wantedFenix, reason)) at(*buckets_, 0, {});
     if (!reason.empty()) return reason;
     numBuckets_ = Versioned::load(bucketHeader().count).value();
+    if (BucketTable::fileSize(numBuckets_) > buckets_->size()) return grewMeanwhile(*buckets_);
     for (std::uint32_t id = 0; id < 2 && reason.empty(); ++id) {
         reason = open(queues_[id], ConquerTable::fileNames[id]);
         if (reason.empty() && !queue(id).validate(debug_, queues_[id]->size(), wantedFenix, reason)) {
@@ -112,6 +114,7 @@ String Validator::readQueue() {
     if (end > capacity) {
         return at(*queues_[id], 64, cat("Validator::doValidate() conquer pos:", end, " max:", capacity));
     }
+    if (ConquerTable::fileSize(end) > queues_[id]->size()) return grewMeanwhile(*queues_[id]);
     const std::uint64_t corralStart = load64(header.corralStart), corralEnd = load64(header.corralEnd);
     std::uint64_t previous = 0;
     for (std::uint32_t i = 0; i < end; ++i) {
@@ -140,7 +143,7 @@ String Validator::walkFreeSlots() {
             return cat("Validator::walkFreeSlots() corrupted free slot detected with out of bound index: ", index);
         }
         if (marks_[index].isFree) return cat("Validator::walkFreeSlots() duplicate freeSlot detected: ", index);
-        if (load32(slot(index).state) & occupied) {
+        if (load32(slot(index).state) & (occupied | lookaside)) {
             return atSlot(index, 8, cat("Validator::walkFreeSlots() corrupted free slot not marked as empty: ", index));
         }
         marks_[index].isFree = true;

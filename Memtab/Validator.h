@@ -1,7 +1,9 @@
 // Validator: reads a table's files as they lie and says whether they hang together: every header, the free list, every
 // chain in the order of the walk, the counts, and that each entry is announced in the queue. It knows nothing of keys.
 //
-// It only reads; a writer must not be at work meanwhile. No content of the files makes it crash or hang.
+// It only reads. Whatever the files hold, and while a writer is at work, it neither crashes nor hangs; but what it says
+// of a table that changes meanwhile means nothing. Like a reader it must be connected to a writer that lives, or files
+// may get shorter under it.
 #pragma once
 
 #include <memory>
@@ -61,6 +63,7 @@ class L2RIB_EXPORT Validator {
     const ConquerTable::Header& queue(std::uint32_t id) const;
     Quil::String atSlot(std::uint32_t index, std::uint64_t offsetInSlot, Quil::String text);
     Quil::String at(const Mem::Segment& file, std::uint64_t offset, Quil::String text);
+    Quil::String grewMeanwhile(const Mem::Segment& file);
 
     Quil::Trace& debug_;
     const Quil::String tableName_;

@@ -117,10 +117,12 @@ class WriterHashMap {
         if (slots_.occupiedSlots() > numBuckets() && numBuckets() <= maxIndex / 2) [[unlikely]]
             growBuckets();
     }
-    // Halves them when less than a quarter is used, down to so many.
-    void shrinkBucketsIfEmpty(std::uint32_t minimum) {
-        if (slots_.occupiedSlots() < numBuckets() / 4 && numBuckets() > minimum) [[unlikely]]
-            shrinkBuckets();
+    // Halves them when less than a quarter is used, down to so many. Whether it did.
+    bool shrinkBucketsIfEmpty(std::uint32_t minimum) {
+        if (slots_.occupiedSlots() >= numBuckets() / 4 || numBuckets() <= minimum) [[likely]]
+            return false;
+        shrinkBuckets();
+        return true;
     }
 
  private:

@@ -33,6 +33,7 @@ Memtab::Options MountInfo::options(const Quil::String& collection) const {
     options.maxSize = found->second;
     options.fixedCapacity = fixedCapacity;
     options.waitForReaders = waitForReaders;
+    options.expectedReaders = waitForReaders ? 1 : 0;
     options.shrinkSlots = shrinkSlots;
     options.shrinkBuckets = shrinkBuckets;
     options.pruneConquer = pruneConquer;

@@ -13,7 +13,7 @@ using enum Memtab::Mode;  // QuilMemtab::reader
 struct L2RIB_EXPORT MountInfo {
     QuilMemtabType mode = local;
     bool fixedCapacity = false;   // never grow beyond the first size
-    bool waitForReaders = false;  // keep every notification until the expected readers are connected
+    bool waitForReaders = false;  // keep every notification until a reader is connected
     bool shrinkSlots = true;      // give memory back when most of it is unused
     bool shrinkBuckets = true;
     bool pruneConquer = true;                          // drop notifications that every reader has consumed

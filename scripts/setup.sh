@@ -6,10 +6,10 @@
 #   scripts/setup.sh --all   also the other compilers and tools of .ci/run
 set -euo pipefail
 
-packages=(g++ cmake ninja-build ccache pkg-config libcli11-dev nlohmann-json3-dev libmnl-dev googletest libbenchmark-dev
+packages=(g++ cmake ninja-build ccache pkg-config libcli11-dev nlohmann-json3-dev libmnl-dev googletest
           iproute2 iputils-ping)
 if [ "${1:-}" = --all ]; then
-    packages+=(clang clang-format clang-tidy g++-i686-linux-gnu qemu-user)
+    packages+=(clang clang-format clang-tidy liblmdb-dev g++-i686-linux-gnu qemu-user)
 fi
 
 missing=()

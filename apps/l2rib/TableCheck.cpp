@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "Mem/KickSocket.h"
 #include "Mem/Shared.h"
 #include "Memtab/Validator.h"
 #include "SharedMem/FenixFile.h"
@@ -32,6 +33,8 @@ Verdict check(const TableFiles& table) {
         return verdict;
     }
     verdict.writerLives = SharedMem::FenixFile::writerLives(table.directory);
+    // A writer makes no file shorter while someone is connected who has not said what is mapped.
+    const Mem::FileDescriptor connection = Mem::KickSocket::connect(table.directory);
     for (int i = 0; i == 0 || (i < tries && verdict.writerLives && !verdict.reason.empty()); ++i) {
         Memtab::Validator validator(Quil::Trace::handler("check"), table.name);
         validator.validate(directory, fenix, nullptr, verdict.reason);

@@ -72,7 +72,9 @@ std::uint64_t Files::size(int fd, const Quil::String& path) {
 
 void Files::lengthen(int fd, const Quil::String& path, std::uint64_t from, std::uint64_t to) {
     attempt("posix_fallocate", path, [&] {
-        errno = posix_fallocate(fd, static_cast<off_t>(from), static_cast<off_t>(to - from));
+        do {
+            errno = posix_fallocate(fd, static_cast<off_t>(from), static_cast<off_t>(to - from));
+        } while (errno == EINTR);
         return errno ? -1 : 0;
     });
 }

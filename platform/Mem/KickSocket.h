@@ -6,7 +6,7 @@
 
 namespace Mem {
 
-struct KickSocket {
+struct L2RIB_EXPORT KickSocket {
     static FileDescriptor listen(const Quil::String& directory);   // raises SystemException
     static FileDescriptor connect(const Quil::String& directory);  // none when nobody listens
 };

@@ -14,12 +14,9 @@ namespace Mem {
 
 WriterKickSm::Handler::~Handler() = default;
 
-WriterKickSm::WriterKickSm(Quil::EventLoop& loop, const Quil::String& directory, std::uint32_t fenix, bool kicks,
-                           Handler& handler)
+WriterKickSm::WriterKickSm(Quil::EventLoop& loop, const Quil::String& directory, bool kicks, Handler& handler)
     : NotifieeConst(loop.clock()),
       loop_(loop),
-      path_(directory + "/kick"),
-      fenix_(fenix),
       kicks_(kicks),
       handler_(handler),
       socket_(KickSocket::listen(directory)) {
@@ -27,8 +24,6 @@ WriterKickSm::WriterKickSm(Quil::EventLoop& loop, const Quil::String& directory,
 }
 
 WriterKickSm::~WriterKickSm() = default;
-
-void WriterKickSm::remove() { Files::remove(path_); }
 
 std::uint64_t WriterKickSm::lowestSequence() const {
     std::uint64_t lowest = noReader;
@@ -47,29 +42,43 @@ void WriterKickSm::listen() {
     watch_ = std::make_unique<Quil::EventLoop::Watch>(loop_, socket_.get(), [this] { accept(); });
 }
 
-bool WriterKickSm::accept() {
+WriterKickSm::Accepted WriterKickSm::accept() {
     FileDescriptor fd(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!fd && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
+    if (!fd) {
+        if (errno == EAGAIN) return Accepted::nobody;
+        if (errno == EINTR || errno == ECONNABORTED) return Accepted::one;  // and who comes next
         watch_.reset();  // the connection stays pending; asking again at once would only spin
         wakeupTimeIs(clock().now() + acceptPause);
+        return Accepted::failed;
     }
-    if (!fd) return false;
     Reader& reader = readers_.emplace_back();
     reader.socket = std::move(fd);
     ucred peer{};
     socklen_t size = sizeof peer;
     if (getsockopt(reader.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) reader.pid = peer.pid;
-    reader.watch =
-        std::make_unique<Quil::EventLoop::Watch>(loop_, reader.socket.get(), [this, &reader] { receive(reader); });
-    return true;
+    try {
+        reader.watch =
+            std::make_unique<Quil::EventLoop::Watch>(loop_, reader.socket.get(), [this, &reader] { receive(reader); });
+    } catch (const Quil::SystemException&) {
+        hasOutcasts_ = true;
+        readers_.pop_back();  // it will come back
+    }
+    return Accepted::one;
 }
 
-bool WriterKickSm::allHaveMapped(std::uint32_t slotCounter, std::uint32_t bucketCounter) {
-    while (accept()) {
+bool WriterKickSm::acceptAll() {
+    for (;;) {
+        const Accepted accepted = accept();
+        if (accepted != Accepted::one) return accepted == Accepted::nobody;
     }
-    return std::all_of(readers_.begin(), readers_.end(), [&](const Reader& reader) {
-        return reader.acknowledged && reader.slotCounter == slotCounter && reader.bucketCounter == bucketCounter;
-    });
+}
+
+bool WriterKickSm::allAreWelcomed() { return acceptAll() && numReaders() == readers_.size(); }
+
+bool WriterKickSm::allHaveMapped(std::uint32_t slotCounter, std::uint32_t bucketCounter) {
+    return acceptAll() && std::all_of(readers_.begin(), readers_.end(), [&](const Reader& reader) {
+               return reader.acknowledged && reader.slotCounter == slotCounter && reader.bucketCounter == bucketCounter;
+           });
 }
 
 bool WriterKickSm::dropSlowest() {

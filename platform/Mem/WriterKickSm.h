@@ -38,34 +38,38 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
         virtual void onReaders() = 0;                                         // readers came, acknowledged or went
     };
 
-    // Listens in the directory. kicks: sleeping readers are woken; else they look at intervals.
-    WriterKickSm(Quil::EventLoop& loop, const Quil::String& directory, std::uint32_t fenix, bool kicks,
-                 Handler& handler);
+    // Listens in the directory; nobody is answered before a turn of the loop. kicks: sleeping readers are woken; else
+    // they look at intervals.
+    WriterKickSm(Quil::EventLoop& loop, const Quil::String& directory, bool kicks, Handler& handler);
     ~WriterKickSm() override;
+    // The incarnation that readers are told.
+    void fenixIs(std::uint32_t fenix) { fenix_ = fenix; }
 
     // The lowest sequence acknowledged by the connected readers; noReader without any.
     std::uint64_t lowestSequence() const;
     std::uint32_t numReaders() const;
-    // Whether every connected reader has mapped files of these counts; takes in who is waiting to be accepted first.
+    // These two take in who is waiting to be accepted first, and are false when that fails: who waits may have mapped
+    // the files. Whether everyone has said who it is; whether everyone has mapped files of these counts.
+    bool allAreWelcomed();
     bool allHaveMapped(std::uint32_t slotCounter, std::uint32_t bucketCounter);
     // Disconnects the reader that is farthest behind: it will come back and compare the whole table. False without any.
     bool dropSlowest();
     // Whether a reader was ever disconnected without having asked for it: it may still have the files mapped.
     bool hasOutcasts() const { return hasOutcasts_; }
-    bool hasUnwelcomed() const { return numReaders() < readers_.size(); }
     const std::list<Reader>& readers() const { return readers_; }
     void doKickSleepers() {
         if (sleepers_ > 0) [[unlikely]]
             kickSleepers();
     }
-    void remove();  // the socket's name, at cleanup
 
  private:
     static constexpr int packetsPerTurn = 64;        // of one reader
     static constexpr Quil::Seconds acceptPause = 1;  // when descriptors ran out
     void listen();
     void onTime() override { listen(); }
-    bool accept();
+    enum class Accepted { one, nobody, failed };
+    Accepted accept();
+    bool acceptAll();
     void receive(Reader& reader);
     bool handle(Reader& reader, const void* packet, std::size_t size);
     void tellReaders(Reader& asking);
@@ -75,8 +79,7 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
     void drop(Reader& reader);
 
     Quil::EventLoop& loop_;
-    const Quil::String path_;
-    const std::uint32_t fenix_;
+    std::uint32_t fenix_ = 0;
     const bool kicks_;
     Handler& handler_;
     FileDescriptor socket_;

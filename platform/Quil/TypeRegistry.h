@@ -101,13 +101,13 @@ class TypeBuilder {
         return *this;
     }
     template <class Get>
-    TypeBuilder& attribute(const char* attributeName, Get get) {
-        type_.attributes.push_back({attributeName, getter(get), {}});
+    TypeBuilder& attribute(String attributeName, Get get) {
+        type_.attributes.push_back({std::move(attributeName), getter(get), {}});
         return *this;
     }
     template <class Get, class V>
-    TypeBuilder& attribute(const char* attributeName, Get get, void (E::*set)(V)) {
-        type_.attributes.push_back({attributeName, getter(get), [set](Entity& entity, const String& text) {
+    TypeBuilder& attribute(String attributeName, Get get, void (E::*set)(V)) {
+        type_.attributes.push_back({std::move(attributeName), getter(get), [set](Entity& entity, const String& text) {
                                         (static_cast<E&>(entity).*set)(valueOf<std::decay_t<V>>(text));
                                     }});
         return *this;
@@ -141,6 +141,9 @@ const Type& registerValue() {
     if constexpr (Composite<T>) {
         type.name = T::fwkFields().typeName;
         forEachField<T>([&](const auto& f) { type.fields.emplace_back(f.name); });
+        if constexpr (requires { T::fwkOperations; }) {
+            for (const char* operation : T::fwkOperations) type.fields.emplace_back(operation);
+        }
     } else {
         type.name = T::fwkName;
         type.fields.emplace_back("value");

@@ -166,6 +166,78 @@ TEST_F(MountTest, AShadowIsOnePictureBetweenTwoTurns) {
     }
 }
 
+// A key that comes back while its removal is being told, and goes once more into another's slot, is told of again.
+TEST_F(MountTest, AShadowForgetsWhatCameAndWentBetweenTwoLooks) {
+    auto writer = mounted(writerEm, QuilMemtab::writer);
+    auto shadow = L2Rib::hostOutputFactory("host");
+    readerEm.mount("l2rib/output", shadow, QuilMemtab::MountInfo::shadow("host", true));
+    const auto settle = [&] {
+        ASSERT_TRUE(test::turnUntil(
+            loop, [&] { return shadow->hostControl().sequence() == writer->hostControl().sequence(); }));
+        for (int i = 0; i < 20; ++i) loop.runOnce(0);
+    };
+    writer->hostIs(recordOf(1, 1));
+    writer->hostIs(recordOf(2, 1));
+    settle();
+    struct Returner : L2Rib::HostOutput::NotifieeConst {
+        L2Rib::HostOutput* table = nullptr;
+        void onHost(const Bridging::MacVlanPair& key) override {
+            if (table && key == keyOf(1)) std::exchange(table, nullptr)->hostIs(recordOf(2, 2));
+        }
+    } returner;
+    returner.notifierIs(shadow);
+    settle();
+    returner.table = writer.get();
+    writer->hostIs(recordOf(1, 2));
+    writer->hostDel(keyOf(2));
+    settle();
+    EXPECT_EQ(returner.table, nullptr);
+    EXPECT_EQ(test::generationOf(shadow->host(keyOf(2))), 2u);
+    writer->hostDel(keyOf(2));
+    writer->hostIs(recordOf(3, 1));
+    settle();
+    EXPECT_EQ(shadow->host(keyOf(2)), L2Rib::HostAndSource());
+    EXPECT_EQ(std::distance(shadow->hosts().begin(), shadow->hosts().end()), 2);
+}
+
+TEST_F(MountTest, WhatACallbackThrowsDoesNotStopItsReader) {
+    auto writer = mounted(writerEm, QuilMemtab::writer);
+    auto reader = mounted(readerEm, QuilMemtab::reader);
+    struct Thrower : Recorder {
+        void onHost(const Bridging::MacVlanPair& key) override {
+            Recorder::onHost(key);
+            if (key == keyOf(2)) throw std::runtime_error("from a callback");
+        }
+    } thrower;
+    thrower.notifierIs(reader);
+    for (std::uint32_t n = 1; n < 5; ++n) writer->hostIs(recordOf(n, 1));
+    EXPECT_THROW(test::turnUntil(
+                     loop, [] { return false; }, 5),
+                 std::runtime_error);
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return thrower.keys.size() == 4; }));
+    writer->hostIs(recordOf(9, 1));
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return thrower.keys.size() == 5; }));
+}
+
+// A reader that meets damage keeps what it has mapped, and so its connection: nothing is taken from under it.
+TEST_F(MountTest, AReaderOfADamagedTableStaysConnected) {
+    auto writer = mounted(writerEm, QuilMemtab::writer);
+    for (std::uint32_t n = 0; n < 10; ++n) writer->hostIs(recordOf(n, 1));
+    auto reader = mounted(readerEm, QuilMemtab::reader);
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return reader->hostControl().sequence() == 10; }));
+    for (int i = 0; i < 20; ++i) loop.runOnce(0.01);
+    writer->hostIs(recordOf(10, 1));
+    // The queue says that it has more records than it has room for.
+    std::fstream(tableDirectory() + "/conquer.1", std::ios::in | std::ios::out).seekp(66).put(1);
+    const auto readers = [&] { return writer->hostControl().localWriter()->conquer().numReaders(); };
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return reader->hostControl().corruptions() > 0; }));
+    for (int i = 0; i < 250; ++i) {
+        loop.runOnce(0.01);
+        ASSERT_EQ(readers(), 1u);
+    }
+    EXPECT_EQ(test::generationOf(reader->host(keyOf(3))), 1u);
+}
+
 // A table that is kept over a restart: no change is lost, and none is invented.
 TEST_F(MountTest, AWriterGoesOnWithAWholeTable) {
     auto info = QuilMemtab::MountInfo::writer("host", 1000);
@@ -271,7 +343,9 @@ TEST_F(MountTest, ReadersAtFullSpeedSeeNoTornNoMissingNoInventedRecord) {
     EXPECT_EQ(follow.readLine(), "ready");
     EXPECT_EQ(follow.wait(), 0) << follow.rest();
     const std::string wrote = writer.readLine();
-    EXPECT_EQ(wrote.find("shrinks 0"), std::string::npos) << wrote;
+    if (test::scale() >= 1) {
+        EXPECT_EQ(wrote.find("shrinks 0"), std::string::npos) << wrote;
+    }
     EXPECT_EQ(writer.wait(), 0) << writer.rest();
     std::cout << "  " << wrote << "\n  " << lookup.rest() << "  " << walk.rest();
     const auto sorted = [](const std::string& text) {

@@ -57,6 +57,21 @@ TEST(Tables, AnEntryIsFilledInPlaceAndCommitted) {
     EXPECT_THROW(table->hostIs(recordOf(6, 1)), Quil::AssertionException);
 }
 
+TEST(Tables, ANotifieeMayDropTheLastReference) {
+    for (const bool deletes : {false, true}) {
+        auto table = L2Rib::hostOutputFactory("host");
+        for (std::uint32_t n = 0; n < 5; ++n) table->hostIs(recordOf(n, 1));
+        Recorder first, second;
+        first.notifierIs(table);
+        second.notifierIs(table);
+        auto* raw = table.get();
+        table = nullptr;
+        first.call = [&](const auto&) { first.notifierIs(nullptr), second.notifierIs(nullptr); };
+        deletes ? raw->hostDelAll() : raw->hostIs(recordOf(9, 1));
+        EXPECT_EQ(first.calls + second.calls, 1);
+    }
+}
+
 TEST(Tables, ANotifieeMayDeleteAnotherEntryMeanwhile) {
     auto table = L2Rib::hostOutputFactory("host");
     Recorder recorder;

@@ -76,7 +76,8 @@ struct TestTable {
     }
     // A reader that the writer knows of: what it has mapped is not taken from under it.
     void connect() {
-        kickSm = std::make_unique<Mem::WriterKickSm>(loop, scratch.path(), 0x1234, true, *writer);
+        kickSm = std::make_unique<Mem::WriterKickSm>(loop, scratch.path(), true, *writer);
+        kickSm->fenixIs(0x1234);
         writer->kickSmIs(kickSm.get());
         connection = Mem::ReaderKickSm::connect(loop, scratch.path(), "reader", 0x1234, handler);
         if (!turnUntil(loop, [&] { return kickSm->numReaders() == 1; })) throw std::runtime_error("not connected");

@@ -1,8 +1,10 @@
 // The writer against the simplest container, its growth, its queue, and what it leaves when it fails.
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <random>
 
+#include "Mem/KickSocket.h"
 #include "Memtab/TableFixture.h"
 
 namespace {
@@ -302,6 +304,37 @@ TEST(Shrink, IsTakenWholeAndAwaitsItsReaders) {
     table.writer->remove(NumberKey{n});
     EXPECT_EQ(table.writer->capacity(), 128u);
     EXPECT_EQ(table.fault(), "");
+}
+
+// Who is connected and has not said who it is may have mapped the files, and seen an entry where it lay before.
+TEST(Shrink, IsRememberedForAReaderThatIsNotYetCounted) {
+    Memtab::Options options = sized(1024, 16);
+    options.shrinkSlots = true;
+    TestTable<GoodOps> table(options);
+    for (std::uint32_t n = 0; n < 1024; ++n) table.writer->write(Item(n, 1), true);
+    table.kickSm = std::make_unique<Mem::WriterKickSm>(table.loop, table.scratch.path(), true, *table.writer);
+    table.writer->kickSmIs(table.kickSm.get());
+    auto silent = std::make_optional(Mem::KickSocket::connect(table.scratch.path()));
+    for (std::uint32_t n = 0; n < 900; ++n) table.writer->remove(NumberKey{n});
+    EXPECT_EQ(table.writer->writerCounters().shrinks, 1u);
+    EXPECT_TRUE(table.writer->conquer().hasCorral());
+    EXPECT_FALSE(table.writer->quiesced());
+    silent.reset();
+    ASSERT_TRUE(turnUntil(table.loop, [&] { return !table.writer->conquer().hasCorral(); }));
+    EXPECT_TRUE(table.writer->quiesced());
+    table.writer->remove(NumberKey{900});
+    EXPECT_EQ(table.writer->writerCounters().shrinks, 2u);
+    EXPECT_EQ(table.fault(), "");
+}
+
+TEST(WarmStart, RefusesAQueueWithoutRoom) {
+    TestTable<GoodOps> table(sized(16));
+    for (const char* name : {"conquer.1", "conquer.2"}) {
+        std::fstream(table.file(name), std::ios::in | std::ios::out | std::ios::binary).seekp(56).write("\0\0\0\0\0\0\0", 8);
+    }
+    EXPECT_FALSE(table.restart());
+    table.writer->attach(table.directory, 0x1234);
+    table.writer->write(Item(1, 1), true);
 }
 
 TEST(DirectMode, RefusesWhatIsNotPaired) {

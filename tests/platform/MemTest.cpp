@@ -93,7 +93,8 @@ TEST(KickSockets, WakeASleeperOncePerBurstAndNeverLoseAWakeUp) {
         void onAcknowledge(const Mem::WriterKickSm::Reader&, std::uint64_t) override {}
         void onReaders() override {}
     } table;
-    auto writer = std::make_unique<Mem::WriterKickSm>(loop, scratch.path(), 0x77, true, table);
+    auto writer = std::make_unique<Mem::WriterKickSm>(loop, scratch.path(), true, table);
+    writer->fenixIs(0x77);
     auto reader = Mem::ReaderKickSm::connect(loop, scratch.path(), "test", 0, handler);
     ASSERT_TRUE(reader);
     ASSERT_TRUE(test::turnUntil(loop, [&] { return handler.fenix == 0x77; }));

@@ -22,6 +22,8 @@
 
 #include "Corestore/EntityManager.h"
 #include "L2Rib/TableInfo.h"
+#include "Mem/KickSocket.h"
+#include "Memtab/Summary.h"
 #include "support/Support.h"
 
 namespace {
@@ -64,19 +66,20 @@ int write(const std::string& root, double seconds, std::uint32_t stable, std::ui
     std::uint32_t generation = 1;
     auto& writer = *t.hosts->hostControl().localWriter();
     std::uint32_t mostBuckets = 0, leastBuckets = ~0u;
-    std::optional<Yields> yields(std::in_place);
+    std::optional<Yields> yields(std::in_place);  // for half of the time
+    bool isFilling = true;
     const double start = t.now();
     for (double now = start; now < start + seconds; t.loop.runOnce(0), now = t.now()) {
         ++generation;
-        const double phase = (now - start) / seconds * 6;  // three times up and down, the last at full speed
-        const unsigned removals = static_cast<unsigned>(phase) % 2 ? 14 : 4;
-        if (phase > 4) yields.reset();
+        if (now > start + seconds / 2) yields.reset();
+        if (writer.members() > stable + volatiles / 2) isFilling = false;
+        if (writer.members() < stable + volatiles / 16) isFilling = true;
         for (int i = 0; i < 200; ++i, ++writes) {
             const std::uint32_t n = stable + random() % volatiles;
             const unsigned dice = random() % 16;
             if (dice == 15) {
                 t.hosts->hostIs(test::recordOf(random() % stable, generation));
-            } else if (dice < removals) {
+            } else if (dice < (isFilling ? 4u : 14u)) {
                 t.hosts->hostDel(test::keyOf(n));
             } else {
                 t.hosts->hostIs(test::recordOf(n, generation));
@@ -164,10 +167,20 @@ int lookup(const std::string& root, double seconds, std::uint32_t stable, std::u
     return 0;
 }
 
+// Whatever it says of a table that is being changed, it comes back.
+void check(const std::string& path) {
+    Mem::SharedDirectory directory(path);
+    const Mem::FileDescriptor connection = Mem::KickSocket::connect(path);
+    Quil::String reason;
+    Memtab::Validator(Quil::Trace::handler("peer"), "table").validate(directory, 0, nullptr, reason);
+    Memtab::summarize(Quil::Trace::handler("peer"), directory, reason);
+}
+
 int walk(const std::string& root, double seconds, std::uint32_t stable) {
     Table t(root, QuilMemtab::reader);
     std::uint64_t walks = 0;
     for (const double end = t.now() + seconds; t.now() < end; t.loop.runOnce(0), ++walks) {
+        check(t.hosts->hostControl().directory());
         std::vector<bool> seen(stable);
         std::pair<std::uint32_t, Bridging::MacVlanPair> last;
         bool first = true;
