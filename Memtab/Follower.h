@@ -1,7 +1,8 @@
 // Follower: turns the queue's slot numbers into keys: which entries of a table appeared, changed or went.
 //
 // A notification names only a slot, so the follower keeps the key last seen in each slot; a notified slot marks that
-// key and the one it holds now. Marked keys are a set: a key that changed many times is delivered once. Mounting a new
+// key and the one it holds now. Marks are kept with the slots, and apart only for keys that were seen to leave their
+// slot: a key that changed many times is delivered once, one that moved meanwhile at most twice. Mounting a new
 // incarnation marks the old keys and the new ones together, so that nothing that vanished meanwhile is missed.
 //
 // Seen means by anyone in this process: saw() is told of every entry that the table hands out. Were it only the
@@ -12,8 +13,10 @@
 // later change of t, the key seen in t is this one, or another was seen there since, which marked this one.
 #pragma once
 
+#include <deque>
 #include <optional>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "Memtab/ConquerReader.h"
@@ -28,10 +31,11 @@ class Follower {
 
     // Starts over with this table: marks every key known so far and every key of the table.
     void resynchronise(Reader& reader, ConquerReader& queue) {
-        for (const auto& key : keys_) {
-            if (key) marked_.insert(*key);
+        for (const Seen& seen : seen_) {
+            if (seen.known) gone_.insert(seen.key);
         }
-        keys_.clear();
+        seen_.clear();
+        changed_.clear();
         // What changes from here on is queued behind the sequence taken now; what changed before is seen by the scan.
         queue.skipToEnd();
         for (std::uint32_t slot = 0; slot < reader.numSlots(); ++slot) note(reader, slot);
@@ -39,10 +43,12 @@ class Follower {
 
     // The table hands out this entry, found in this slot.
     void saw(std::uint32_t slot, const Key& key) {
-        if (slot >= keys_.size()) keys_.resize(slot + 1);
-        if (keys_[slot] && OpsType::equal(*keys_[slot], key)) return;
-        if (keys_[slot]) marked_.insert(*keys_[slot]);
-        keys_[slot] = key;
+        if (slot >= seen_.size()) seen_.resize(slot + 1);
+        Seen& seen = seen_[slot];
+        if (seen.known && OpsType::equal(seen.key, key)) return;
+        forget(seen);
+        seen.key = key;
+        seen.known = true;
     }
 
     // Takes at most so many notifications. Returns whether more may be waiting.
@@ -53,30 +59,55 @@ class Follower {
         return more;
     }
 
-    // The next key to deliver.
-    std::optional<Key> take() {
-        if (marked_.empty()) return std::nullopt;
-        const Key key = *marked_.begin();
-        marked_.erase(marked_.begin());
-        return key;
+    // The next key to deliver: of those that came or changed, in the order in which that was noticed; of those that
+    // left their slot.
+    std::optional<Key> takeChanged() {
+        while (!changed_.empty()) {
+            Seen& seen = seen_[changed_.front()];
+            changed_.pop_front();
+            seen.queued = false;
+            if (!std::exchange(seen.marked, false)) continue;
+            if (!gone_.empty()) gone_.erase(seen.key);
+            return seen.key;
+        }
+        return std::nullopt;
     }
-    bool hasMarked() const { return !marked_.empty(); }
+    std::optional<Key> takeGone() {
+        if (gone_.empty()) return std::nullopt;
+        return std::move(gone_.extract(gone_.begin()).value());
+    }
+    bool hasMarked() const { return !changed_.empty() || !gone_.empty(); }
 
  private:
+    struct Seen {
+        Key key{};
+        bool known = false;   // the slot held this key when anyone last looked
+        bool marked = false;  // it is to be delivered
+        bool queued = false;  // the slot stands in changed_
+    };
+
     void note(Reader& reader, std::uint32_t slot) {
         Value value;
-        if (reader.safeValue(slot, value)) {
-            saw(slot, value.fwkKey());
-            marked_.insert(value.fwkKey());
-        } else if (slot < keys_.size() && keys_[slot]) {
-            marked_.insert(*keys_[slot]);
-            keys_[slot].reset();
+        if (!reader.safeValue(slot, value)) {
+            if (slot < seen_.size()) forget(seen_[slot]);
+            return;
         }
+        const Key key = value.fwkKey();
+        saw(slot, key);
+        if (!gone_.empty()) gone_.erase(key);  // it has come back, or come here
+        Seen& seen = seen_[slot];
+        seen.marked = true;
+        if (!std::exchange(seen.queued, true)) changed_.push_back(slot);
+    }
+    void forget(Seen& seen) {
+        if (seen.known) gone_.insert(seen.key);
+        seen.known = seen.marked = false;
     }
 
-    std::vector<std::optional<Key>> keys_;  // by slot: the key last seen there, by anyone
-    std::set<Key> marked_;                  // to be delivered
-    std::vector<std::uint32_t> slots_;      // of the turn under way
+    std::vector<Seen> seen_;             // by slot
+    std::deque<std::uint32_t> changed_;  // slots whose key is to be delivered
+    std::set<Key> gone_;                 // keys to be delivered that have left their slot
+    std::vector<std::uint32_t> slots_;   // of the turn under way
 };
 
 }  // namespace Memtab

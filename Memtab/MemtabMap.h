@@ -383,11 +383,15 @@ class MemtabMap : ReaderSm::Front {
     // Whether the owner still wants to be told; any callback may have ended that.
     bool isFollowing() const { return readerSm_->state() != ReaderSm::State::detached; }
 
-    // Tells the owner of at most so many keys. What a callback throws passes through; its key counts as delivered.
-    // False when the table could not be read.
+    // Tells the owner of at most so many keys of each kind. What a callback throws passes through; its key counts as
+    // delivered. False when the table could not be read.
     bool deliver() {
+        return deliver([&] { return follower_.takeChanged(); }) && deliver([&] { return follower_.takeGone(); });
+    }
+    template <class Take>
+    bool deliver(Take&& take) {
         for (std::size_t i = 0; i < keysPerTurn && isFollowing(); ++i) {
-            const auto key = follower_.take();
+            const auto key = take();
             if (!key) return true;
             if (shadow_ && !reading([&] { syncShadow(*key); })) return false;
             hooks_.onKey(*key);

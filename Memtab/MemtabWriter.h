@@ -158,6 +158,7 @@ class MemtabWriter : public Mem::WriterKickSm::Handler {
         conquer_.reserve(slots_.numSlots());
         const auto place = map_.find(key, OpsType::hash(key));
         if (place.slot == Map::noSlot) return false;
+        conquer_.prefetch(place.slot);
         SlotTable::Slot& slot = slots_[place.slot];
         if (valueOut) *valueOut = map_.value(place.slot);
         // ORDER remove, with MemtabReader::examine: out of the chain before OCCUPIED goes and the link is reused.

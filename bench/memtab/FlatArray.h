@@ -1,4 +1,5 @@
-// FlatArray.h: the limit: a flat array of records, each under a version word; no key, no search.
+// FlatArray.h: the limit: a flat array of records, each under a version word; no key, no search. Entries that are there
+// have even numbers, those that are missing odd ones.
 #pragma once
 
 #include "Records.h"
@@ -11,11 +12,13 @@ class FlatArray {
     FlatArray(const std::string& path, std::uint32_t count)
         : count_(count), file_(path, std::size_t(count) * sizeof(Cell)) {}
 
-    void write(const Entry& entry, std::uint32_t generation) { store(at(entry.number), valueOf(entry, generation)); }
-    void remove(const Entry& entry) { store(at(entry.number), Value()); }
+    void write(const Entry& entry, std::uint32_t generation) {
+        store(at(entry.number / 2), valueOf(entry, generation));
+    }
+    void remove(const Entry& entry) { store(at(entry.number / 2), Value()); }
     bool lookup(const Entry& entry, Value& out) const {
-        load(at(entry.number % count_), out);
-        return entry.number < count_;
+        load(at(entry.number / 2), out);
+        return entry.number % 2 == 0;
     }
     template <class F>
     void forEach(F&& visit) const {

@@ -65,8 +65,8 @@ class Bench {
                                   : 9),
           path_(std::move(path)) {
         for (std::uint32_t i = 0; i < hosts; ++i) {
-            entries_.push_back(entryOf(i));
-            missing_.push_back(entryOf(hosts + i));
+            entries_.push_back(entryOf(2 * i));
+            missing_.push_back(entryOf(2 * i + 1));
         }
         std::shuffle(entries_.begin(), entries_.end(), std::mt19937(1));
         std::shuffle(missing_.begin(), missing_.end(), std::mt19937(2));
