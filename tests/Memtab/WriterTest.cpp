@@ -330,7 +330,9 @@ TEST(Shrink, IsRememberedForAReaderThatIsNotYetCounted) {
 TEST(WarmStart, RefusesAQueueWithoutRoom) {
     TestTable<GoodOps> table(sized(16));
     for (const char* name : {"conquer.1", "conquer.2"}) {
-        std::fstream(table.file(name), std::ios::in | std::ios::out | std::ios::binary).seekp(56).write("\0\0\0\0\0\0\0", 8);
+        std::fstream(table.file(name), std::ios::in | std::ios::out | std::ios::binary)
+            .seekp(56)
+            .write("\0\0\0\0\0\0\0", 8);
     }
     EXPECT_FALSE(table.restart());
     table.writer->attach(table.directory, 0x1234);
