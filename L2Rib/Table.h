@@ -154,7 +154,7 @@ class Table : public Quil::Entity {
 
  private:
     // A notifiee may drop the last other reference to the table.
-    Quil::Ptr<const Table> keepAlive() const { return Quil::Ptr<const Table>(this); }
+    Quil::Ptr<const Table> keepAlive() const { return Quil::heldWhileCounted(this); }
 
     Quil::RawText contents() const {  // "{key: value, ...}" for reflection
         Quil::String out = "{";

@@ -31,9 +31,10 @@ void registerEntities() {
 void registerTypes() {
     registerValues<ObjId, DestId, LabelId, LoadBalanceId, EcmpIndex, CiVtepIndex, Constants, SourceDecoder, ObjTuple,
                    ObjTupleAndSource, DestDataIntf, DestDataVxlan, DestDataMpls, DestDataTunnel, Dest, CiDest, Host,
-                   HostAndSource, Label, LabelAndSource, LoadBalance, LoadBalanceAndSource, DestAndSource, TableInfo>();
+                   HostAndSource, HostKeyAndSource, Label, LabelAndSource, LoadBalance, LoadBalanceAndSource,
+                   DestAndSource, TableInfo>();
     registerEntities<HostInput, HostOutput, DestTable, DestOutput, LabelTable, LabelOutput, LoadBalanceTable,
-                     LoadBalanceOutput, ObjTupleManager>();
+                     LoadBalanceOutput, ObjTupleManager, Plugin::Context, Plugin::Loader, L2RibClientSm>();
 }
 
 }  // namespace L2Rib

@@ -51,7 +51,7 @@ class QuilMemtabMap : public Memtab::MemtabMap<Key, Value, OpsType> {
         hooks.onKey = [owner, notify](const Key& key) { (owner->*notify)(key); };
         hooks.onCollection = [owner, notifyCollection] { (owner->*notifyCollection)(); };
         hooks.onMountStatus = [owner, notifyMountStatus] { (owner->*notifyMountStatus)(); };
-        hooks.keepAlive = [owner] { return Quil::Ptr<const Quil::Counted>(owner); };
+        hooks.keepAlive = [owner]() -> Quil::Ptr<const Quil::Counted> { return Quil::heldWhileCounted(owner); };
         this->hooksAre(std::move(hooks));
         state([&] { return Quil::cat("QuilMemtabMap::entity() creating local MemtabWriter ", this->name()); });
         this->createDefaultLocalWriter();

@@ -26,11 +26,11 @@ class L2RIB_EXPORT Dir : public Quil::Entity {
     Quil::Collection<Quil::Name, Quil::Entity> entities_;
 };
 
-class L2RIB_EXPORT EntityManager {
+class L2RIB_EXPORT EntityManager : public Quil::Counted {
  public:
     // readerName is how writers list this process among their readers; empty: the program's name.
     EntityManager(Quil::EventLoop& loop, Quil::String root, Quil::String readerName = {});
-    ~EntityManager();
+    ~EntityManager() override;
 
     Quil::EventLoop& loop() const { return loop_; }
     const Quil::String& root() const { return root_; }

@@ -4,7 +4,7 @@
 
 namespace Quil {
 
-Clock::NotifieeConst::NotifieeConst(Ptr<Clock> clock) : clock_(std::move(clock)) {}
+Clock::NotifieeConst::NotifieeConst(Ptr<const Clock> clock) : clock_(std::move(clock)) {}
 
 Clock::NotifieeConst::~NotifieeConst() { wakeupTimeIs(never); }
 

@@ -22,11 +22,11 @@ class L2RIB_EXPORT Clock : public Counted {
     // Someone to be woken. Never called from within wakeupTimeIs(), always from run().
     class L2RIB_EXPORT NotifieeConst {
      public:
-        explicit NotifieeConst(Ptr<Clock> clock);
+        explicit NotifieeConst(Ptr<const Clock> clock);
         NotifieeConst(const NotifieeConst&) = delete;
         NotifieeConst& operator=(const NotifieeConst&) = delete;
         virtual ~NotifieeConst();
-        Clock& clock() const { return *clock_; }
+        const Clock& clock() const { return *clock_; }
         Seconds wakeupTime() const { return wakeupTime_; }
         // One call of onTime() at or after the time; a later setting replaces an earlier one, never cancels.
         void wakeupTimeIs(Seconds time);
@@ -34,7 +34,7 @@ class L2RIB_EXPORT Clock : public Counted {
 
      private:
         friend class Clock;
-        Ptr<Clock> clock_;
+        Ptr<const Clock> clock_;
         Seconds wakeupTime_ = never;
     };
 
@@ -44,8 +44,9 @@ class L2RIB_EXPORT Clock : public Counted {
     void run();
 
  private:
-    std::set<std::pair<Seconds, NotifieeConst*>> waiting_;
-    std::set<std::pair<Seconds, NotifieeConst*>> due_;  // the round under way
+    // Whoever sees a clock may be woken by it; only its owner moves it.
+    mutable std::set<std::pair<Seconds, NotifieeConst*>> waiting_;
+    mutable std::set<std::pair<Seconds, NotifieeConst*>> due_;  // the round under way
 };
 
 class L2RIB_EXPORT RealClock : public Clock {

@@ -65,6 +65,12 @@ class Ptr {
     T* object_ = nullptr;
 };
 
+// Holds an object that is counted; null for one that is not, such as one on the stack.
+template <class T>
+Ptr<T> heldWhileCounted(T* object) {
+    return object->references() > 0 ? Ptr<T>(object) : Ptr<T>();
+}
+
 template <class T, class... Args>
 Ptr<T> makePtr(Args&&... args) {
     return Ptr<T>(new T(std::forward<Args>(args)...));
