@@ -50,11 +50,12 @@ void L2RibClientSm::l2RibOutputIs(const Quil::Ptr<const HostOutput>& l2RibOutput
 }
 
 void L2RibClientSm::clockIs(const Quil::Ptr<const Quil::Clock>& clock) {
+    const bool wasDue = reviewTimer_ && reviewTimer_->wakeupTime() != Quil::never;
     clock_ = clock;
-    if (!initialized_) return;
-    const bool wasDue = reviewTimer_->wakeupTime() != Quil::never;
+    reviewTimer_ = nullptr;
+    if (!initialized_ || !clock_) return;
     makeReviewTimer();
-    if (wasDue) doKickReview();
+    if (wasDue || !changedHost_.empty()) doKickReview();
 }
 
 void L2RibClientSm::makeReviewTimer() {
@@ -82,7 +83,7 @@ void L2RibClientSm::sourceFilterIs(std::uint32_t filter) {
     traceSignature("void L2Rib::L2RibClientSm::sourceFilterIs(Quil::U32)", filter);
     if (!initialized_) {
         initialized_ = true;
-        makeReviewTimer();
+        if (clock_) makeReviewTimer();
         reviewBookmark = {};
         sourceFilter_ = filter;
         return doKickReview();
@@ -102,7 +103,7 @@ void L2RibClientSm::sourceFilterIs(std::uint32_t filter) {
 // Whether one of the wanted sources has the host; and whether any has.
 bool L2RibClientSm::isWanted(const MacVlanPair& key, bool& isPresent) const {
     HostAndSource record;
-    isPresent = l2RibOutput_->host(key, record);
+    isPresent = l2RibOutput_ && l2RibOutput_->host(key, record);
     return isPresent && (record.source() & sourceFilter_) != 0;
 }
 
@@ -127,7 +128,7 @@ void L2RibClientSm::handleHost(const MacVlanPair& key) {
 
 void L2RibClientSm::doKickReview() {
     traceSignature("void L2Rib::L2RibClientSm::doKickReview()");
-    if (initialized_) reviewTimer_->doUpdateNextReview();
+    if (reviewTimer_) reviewTimer_->doUpdateNextReview();
 }
 
 void L2RibClientSm::doReplayHosts() {
@@ -149,7 +150,12 @@ void L2RibClientSm::handleClock() {
         }
         reviewedOnce_ = true;
     }
-    doProcessHosts();
+    try {
+        doProcessHosts();
+    } catch (...) {
+        doKickReview();  // what is left is not waiting for another change
+        throw;
+    }
     trace().log(detailLevel, [] { return String("Review Finished"); });
     reviewTimer_->timeOfLastReviewIs(clock_->now());
     if (!changedHost_.empty()) reviewTimer_->wakeupTimeIs(clock_->now());
@@ -202,7 +208,7 @@ void L2RibClientSm::review(const MacVlanPair& key, bool isWanted) {
         trace().log(detailLevel, [&] { return cat("   Adding host", key); });
         doAddHost(key);
     }
-    source_[key] = HostKeyAndSource(key, l2RibOutput_->host(key).source());
+    source_[key] = HostKeyAndSource(key, l2RibOutput_ ? l2RibOutput_->host(key).source() : sourceNone);
 }
 
 void L2RibClientSm::doAddHost(const MacVlanPair& key) {

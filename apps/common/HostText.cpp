@@ -1,5 +1,8 @@
 #include "common/HostText.h"
 
+#include <cstdio>
+#include <ctime>
+
 #include "agent/Elect.h"
 
 namespace Apps {
@@ -60,6 +63,16 @@ Quil::String viaText(const L2Rib::Host& host, const InterfaceNames& names) {
 }
 
 }  // namespace
+
+Quil::String timeNow() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    std::tm utc{};
+    char date[32], text[64];
+    std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", gmtime_r(&now.tv_sec, &utc));
+    std::snprintf(text, sizeof text, "%s.%06ldZ", date, now.tv_nsec / 1000);
+    return text;
+}
 
 Quil::String textOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
 

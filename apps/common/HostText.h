@@ -20,6 +20,9 @@ struct HostView {
 };
 HostView viewOf(const L2Rib::HostAndSource& record, const InterfaceNames& names);
 
+// "2026-11-23T09:10:45.123456Z"
+Quil::String timeNow();
+
 // One line; bytes that are not UTF-8 are replaced.
 Quil::String textOf(const Json& json);
 

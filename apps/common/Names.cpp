@@ -1,5 +1,7 @@
 #include "common/Names.h"
 
+#include <algorithm>
+
 #include <net/if.h>
 
 #include <cctype>
@@ -21,6 +23,16 @@ Quil::String hyphenated(const Quil::String& enumerator, std::string_view prefix)
 }
 
 Quil::String sourceName(L2Rib::Source source) { return hyphenated(stringValue(source), "source"); }
+std::uint32_t sourceMaskOf(const Quil::String& names) {
+    std::uint32_t mask = 0;
+    for (std::size_t at = 0; at <= names.size();) {
+        const std::size_t end = std::min(names.find(',', at), names.size());
+        mask |= sourceOfName(names.substr(at, end - at));
+        at = end + 1;
+    }
+    return mask;
+}
+
 Quil::String entryTypeName(Bridging::EntryType entryType) { return hyphenated(stringValue(entryType), "entryType"); }
 
 L2Rib::Source sourceOfName(const Quil::String& name) {

@@ -12,6 +12,8 @@ namespace Apps {
 Quil::String hyphenated(const Quil::String& enumerator, std::string_view prefix);
 Quil::String sourceName(L2Rib::Source source);
 L2Rib::Source sourceOfName(const Quil::String& name);  // raises the range exception
+// The mask of "bgp,vxlan-static"; raises the range exception.
+std::uint32_t sourceMaskOf(const Quil::String& names);
 Quil::String entryTypeName(Bridging::EntryType entryType);
 
 // Names of interfaces by index, as the producer of a table knows them: kept in the file "interfaces" under the root, so

@@ -162,6 +162,7 @@ std::vector<std::uint16_t> Model::vlansOfRemote(const Entry& entry, const PerMac
 
 void Model::addVxlanEntry(const Entry& entry, const PerMac& all, Found& found) const {
     if (!link(entry.device).isVxlan) return;
+    if ((entry.flags & NTF_EXT_LEARNED) && settings_.programmedDevices.contains(link(entry.device).name)) return;
     if (entry.mac.isZero()) {
         ++found.share.floodEntries;
         return;

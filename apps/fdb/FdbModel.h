@@ -13,7 +13,8 @@
 //   VXLAN, SELF, PERMANENT or NOARP, DST                       sourceVxlanStatic   remote static  VTEP
 //   VXLAN, SELF, REACHABLE or STALE, no flags, DST             sourceLocalDynamic  remote         VTEP
 //   VXLAN, SELF, MAC zero, or with a next-hop group            counted only
-//   locked; multicast MACs; SELF on other devices              ignored
+//   locked; multicast MACs; SELF on other devices; EXT_LEARNED
+//   on a device that a consumer programs                       ignored
 //
 // A remote MAC has two halves: the bridge's entry on the VXLAN port and the VXLAN entry with the VTEP, which is the
 // host, whatever the state of the bridge's half. A VXLAN half whose bridge half stands on another port is stale (the
@@ -62,6 +63,7 @@ struct Sink {
 struct Settings {
     std::map<Quil::String, std::uint16_t> vlanOfBridge;  // for entries without a VLAN; default 1
     std::set<Lanx::EthAddr> ownAddresses;                // beside the devices' own
+    std::set<Quil::String> programmedDevices;            // their EXT_LEARNED entries come from a consumer: ignored
 };
 
 // How many entries stand at present that publish nothing.

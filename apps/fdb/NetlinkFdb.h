@@ -12,10 +12,8 @@
 
 #include "Quil/Counter.h"
 #include "Quil/EventLoop.h"
+#include "common/Netlink.h"
 #include "fdb/FdbModel.h"
-
-struct mnl_socket;
-struct nlmsghdr;
 
 namespace Fdb {
 
@@ -27,21 +25,13 @@ class NetlinkFdb : Quil::Clock::NotifieeConst {
     const Quil::Counter& resyncs() const { return resyncs_; }
 
  private:
-    struct Close {
-        void operator()(mnl_socket* socket) const;
-    };
-    using Socket = std::unique_ptr<mnl_socket, Close>;
     static constexpr Quil::Seconds resyncInterval = 1;
-    static constexpr int receiveBuffer = 16 << 20;  // bytes
 
-    static Socket open(unsigned groups);
     void receive();
     void discardEvents();
     void onTime() override;  // a resynchronisation is due
     void askResync();
     void resync();
-    bool dump(std::uint16_t type, std::uint8_t family);                  // false when it was interrupted
-    bool handleDump(const void* packet, std::size_t size, bool& whole);  // false after the last message
     void handle(const nlmsghdr* message);
     void handleLink(const nlmsghdr* message);
     void handleNeighbour(const nlmsghdr* message);
@@ -50,7 +40,7 @@ class NetlinkFdb : Quil::Clock::NotifieeConst {
     const std::function<void()> onLinks_;
     Quil::Counter resyncs_{"fdbResync"};
     Quil::Seconds lastResync_ = 0;
-    const Socket events_;
+    const Netlink::Socket events_;
     const Quil::EventLoop::Watch watch_;
 };
 

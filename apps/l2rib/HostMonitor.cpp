@@ -3,7 +3,6 @@
 // A line tells what differs from the line before it for the same host: a change of what is not shown (the time of the
 // last move) prints nothing, and a restart of the agent only what changed.
 #include <cstdio>
-#include <ctime>
 #include <iostream>
 #include <map>
 
@@ -13,16 +12,6 @@
 
 namespace Tool {
 namespace {
-
-Quil::String timeNow() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    std::tm utc{};
-    char date[32], text[64];
-    std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", gmtime_r(&now.tv_sec, &utc));
-    std::snprintf(text, sizeof text, "%s.%06ldZ", date, now.tv_nsec / 1000);
-    return text;
-}
 
 class Monitor : public L2Rib::HostOutput::NotifieeConst {
  public:
@@ -71,7 +60,8 @@ class Monitor : public L2Rib::HostOutput::NotifieeConst {
 
     void printText(const char* op, const L2Rib::HostAndSource* old, const L2Rib::HostAndSource* record) {
         const Apps::HostView now = view(record ? *record : *old);
-        std::cout << timeNow() << " " << op << " " << now.vlan << " " << now.mac << " " << now.source << " " << now.via;
+        std::cout << Apps::timeNow() << " " << op << " " << now.vlan << " " << now.mac << " " << now.source << " "
+                  << now.via;
         if (old && record) {
             const Apps::HostView was = view(*old);
             std::cout << " (was " << was.source << " " << was.via << ")";
@@ -80,7 +70,7 @@ class Monitor : public L2Rib::HostOutput::NotifieeConst {
     }
 
     void printJson(const char* op, const L2Rib::HostAndSource* old, const L2Rib::HostAndSource* record) {
-        Apps::Json line{{"schema", 1}, {"op", op}, {"seq", sequence()}, {"time", timeNow()}, {"table", "host"}};
+        Apps::Json line{{"schema", 1}, {"op", op}, {"seq", sequence()}, {"time", Apps::timeNow()}, {"table", "host"}};
         line.update(Apps::keyOf(record ? *record : *old));
         if (record) line.update(Apps::detailsOf(*record, names_));
         if (old) line["old"] = Apps::detailsOf(*old, names_);
@@ -92,7 +82,7 @@ class Monitor : public L2Rib::HostOutput::NotifieeConst {
             const Apps::Json line{{"schema", 1}, {"op", "sync-done"}, {"seq", sequence()}, {"rows", known_.size()}};
             std::cout << Apps::textOf(line) << std::endl;
         } else {
-            std::cout << timeNow() << " sync-done " << known_.size() << " rows" << std::endl;
+            std::cout << Apps::timeNow() << " sync-done " << known_.size() << " rows" << std::endl;
         }
     }
 

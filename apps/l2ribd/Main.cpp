@@ -1,9 +1,6 @@
 // l2ribd: the agent. Runs the producer of the Linux forwarding tables, merges what its sources say and publishes the
 // output host table under the root, until SIGTERM or SIGINT.
-#include <sys/signalfd.h>
-
 #include <CLI/CLI.hpp>
-#include <csignal>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -11,6 +8,7 @@
 #include "Corestore/EntityManager.h"
 #include "L2Rib/TableInfo.h"
 #include "agent/PolicySm.h"
+#include "common/EndSignals.h"
 #include "common/Names.h"
 #include "fdb/FdbTables.h"
 #include "fdb/JsonFdb.h"
@@ -21,9 +19,10 @@ namespace {
 struct Options {
     std::string root = "/dev/shm/l2rib";
     std::string fdb = "kernel";
-    std::vector<std::string> vlans;   // "br0=10"
-    std::vector<std::string> vxlans;  // device names
-    std::vector<std::string> owns;    // MAC addresses
+    std::vector<std::string> vlans;       // "br0=10"
+    std::vector<std::string> vxlans;      // device names
+    std::vector<std::string> owns;        // MAC addresses
+    std::vector<std::string> programmed;  // device names
 };
 
 Fdb::Settings settingsOf(const Options& options) {
@@ -36,6 +35,7 @@ Fdb::Settings settingsOf(const Options& options) {
             settings.vlanOfBridge[vlan.substr(0, equals)] = Bridging::VlanId(vlan.substr(equals + 1)).value();
         });
     }
+    settings.programmedDevices.insert(options.programmed.begin(), options.programmed.end());
     for (const std::string& own : options.owns) {
         Quil::atField("--own", [&] { settings.ownAddresses.insert(Lanx::EthAddr(own)); });
     }
@@ -57,7 +57,7 @@ class Agentd {
           model_(settingsOf(options), loop_.clock(), tables_) {}
 
     void run() {
-        watchSignals();
+        const Apps::EndSignals signals(loop_);
         startProducer();
         // The output is mounted when the inputs are whole, and filled before the loop turns: a consumer that follows it
         // over a restart of the agent is told of what differs, not of an empty table in between.
@@ -75,17 +75,6 @@ class Agentd {
     }
 
  private:
-    void watchSignals() {
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, SIGTERM);
-        sigaddset(&set, SIGINT);
-        sigprocmask(SIG_BLOCK, &set, nullptr);
-        signals_ = Mem::FileDescriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
-        if (!signals_) throw Quil::SystemException("signalfd failed");
-        signalWatch_ = std::make_unique<Quil::EventLoop::Watch>(loop_, signals_.get(), [this] { loop_.stop(); });
-    }
-
     void startProducer() {
         if (options_.fdb == "kernel") {
             if (!options_.vxlans.empty()) throw Quil::RangeException("is for files only", "--vxlan");
@@ -126,8 +115,6 @@ class Agentd {
     Apps::InterfaceNames interfaces_;
     std::set<std::uint32_t> known_;  // interface indices in the names file
     std::unique_ptr<Fdb::NetlinkFdb> kernel_;
-    Mem::FileDescriptor signals_;
-    std::unique_ptr<Quil::EventLoop::Watch> signalWatch_;
 };
 
 }  // namespace
@@ -140,6 +127,8 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.add_option("--vlan", options.vlans, "BRIDGE=VLAN: the VLAN of entries that name none (default 1)");
     app.add_option("--vxlan", options.vxlans, "with a file: this device is VXLAN, whatever its rows say");
+    app.add_option("--programmed", options.programmed,
+                   "a VXLAN device whose external entries a consumer of this table makes: they are no source");
     app.add_option("--own", options.owns, "an address of this switch: its permanent entries are router MACs");
     try {
         app.parse(argc, argv);

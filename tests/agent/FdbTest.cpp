@@ -65,7 +65,7 @@ class FdbTest : public testing::Test, public Fdb::Sink {
     Quil::Ptr<Quil::ManualClock> clock = Quil::makePtr<Quil::ManualClock>();
     std::map<std::pair<L2Rib::Source, Bridging::MacVlanPair>, L2Rib::Host> hosts;
     std::string log;
-    Fdb::Model model{{{{"br0", 10}}, {}}, clock, *this};
+    Fdb::Model model{{{{"br0", 10}}, {}, {"vx200"}}, clock, *this};
 };
 
 constexpr const char* host1 = "02:aa:aa:aa:aa:01";
@@ -100,6 +100,13 @@ TEST_F(FdbTest, EveryRowOfTheMapping) {
         {self, ""},
         {bridge(p1, "33:33:00:00:00:01", NUD_PERMANENT), ""},
     };
+    // What a consumer of the table programs into a device is no source of it.
+    model.linkIs(vx + 100, {"vx200", true, br0, {}});
+    Entry programmed = vxlan(host1, NUD_REACHABLE, NTF_EXT_LEARNED);
+    programmed.device = vx + 100;
+    model.entryIs(programmed);
+    EXPECT_EQ(published(), "");
+    model.entryDel(programmed);
     int row = 0;
     for (const auto& [entry, expected] : cases) {
         model.entryIs(entry);
@@ -181,7 +188,7 @@ TEST_F(FdbTest, ADeletedDeviceTakesItsHostsAlong) {
 
 class JsonTest : public FdbTest {
  protected:
-    Fdb::Model fresh{{{{"br0", 10}}, {mac("0a:13:ab:1e:fc:62")}}, clock, *this};
+    Fdb::Model fresh{{{{"br0", 10}}, {mac("0a:13:ab:1e:fc:62")}, {}}, clock, *this};
     std::string reports;
     void load(const std::string& text) {
         Fdb::loadJson(text, {}, fresh, [&](const Quil::String& what) { reports += what + "\n"; });

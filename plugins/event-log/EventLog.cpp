@@ -1,0 +1,57 @@
+// event-log: writes one JSON line for every call that a consumer gets.
+//
+//   L2RIB_EVENT_LOG   the file, to which lines are added; unset: standard output
+#include <fstream>
+#include <iostream>
+
+#include "L2Rib/L2RibClientSm.h"
+#include "L2Rib/Plugin/Plugin.h"
+#include "common/HostText.h"
+#include "plugins/common/Settings.h"
+
+namespace {
+
+class EventLog : public L2Rib::L2RibClientSm {
+ public:
+    explicit EventLog(const Quil::Ptr<L2Rib::Plugin::Context>& context)
+        : L2RibClientSm("event-log", context), root_(context->entityManager()->root()) {
+        const Quil::String path = Plugins::setting("L2RIB_EVENT_LOG");
+        if (path.empty()) return;
+        file_.open(path, std::ios::app);
+        if (!file_) throw Quil::SystemException("L2RIB_EVENT_LOG " + path + ": cannot be written");
+    }
+
+    void doAddHost(const Bridging::MacVlanPair& key) override { write("add", key); }
+    void doUpdateHost(const Bridging::MacVlanPair& key) override { write("update", key); }
+    void doRemoveHost(const Bridging::MacVlanPair& key) override { write("remove", key); }
+
+ private:
+    void write(const char* op, const Bridging::MacVlanPair& key) {
+        L2Rib::HostAndSource record(key);
+        const bool isPresent = l2RibOutput()->host(key, record);
+        if (!isPresent) record.keyIs(key);
+        Apps::Json line{{"schema", 1},
+                        {"op", op},
+                        {"seq", l2RibOutput()->hostControl().sequence()},
+                        {"time", Apps::timeNow()},
+                        {"table", "host"}};
+        line.update(Apps::keyOf(record));
+        if (isPresent) {
+            names_.refreshFrom(root_);
+            line.update(Apps::detailsOf(record, names_));
+        }
+        std::ostream& out = file_.is_open() ? file_ : std::cout;
+        if (!(out << Apps::textOf(line) << std::endl)) throw Quil::SystemException("event-log: cannot be written");
+    }
+
+    const Quil::String root_;
+    Apps::InterfaceNames names_;
+    std::ofstream file_;
+};
+
+}  // namespace
+
+void l2ribPluginInit(const Quil::Ptr<L2Rib::Plugin::Context>& context) {
+    static const auto log = Quil::makePtr<EventLog>(context);
+    log->sourceFilterIs(Plugins::sourceFilter());
+}
