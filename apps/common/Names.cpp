@@ -27,7 +27,12 @@ std::uint32_t sourceMaskOf(const Quil::String& names) {
     std::uint32_t mask = 0;
     for (std::size_t at = 0; at <= names.size();) {
         const std::size_t end = std::min(names.find(',', at), names.size());
-        mask |= sourceOfName(names.substr(at, end - at));
+        const Quil::String name = names.substr(at, end - at);
+        try {
+            mask |= sourceOfName(name);
+        } catch (const Quil::RangeException& error) {
+            throw Quil::RangeException(Quil::cat(name, ": ", error.message()));
+        }
         at = end + 1;
     }
     return mask;

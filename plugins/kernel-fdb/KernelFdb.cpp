@@ -5,7 +5,9 @@
 //                               VLAN 10. Hosts of a VLAN-aware bridge are programmed with their VLAN.
 //   L2RIB_KERNEL_FDB_OWN_VTEP   where the table is another switch's: the VTEP behind which its own ports are
 //
-// Every 60 s, and a second after an error, the kernel's table is read and what differs is mended.
+//   L2RIB_KERNEL_FDB_INTERVAL   seconds (60) after which the kernel's table is read again and what differs is mended;
+//   after an
+//                               error that is done within a second
 #include <algorithm>
 #include <list>
 #include <optional>
@@ -18,7 +20,7 @@
 namespace KernelFdb {
 namespace {
 
-constexpr Quil::Seconds mendInterval = 60, retryInterval = 1;
+constexpr Quil::Seconds retryInterval = 1;
 
 class Programmer : public L2Rib::L2RibClientSm {
  public:
@@ -30,7 +32,12 @@ class Programmer : public L2Rib::L2RibClientSm {
         if (const auto own = Plugins::setting("L2RIB_KERNEL_FDB_OWN_VTEP"); !own.empty()) {
             Quil::atField("L2RIB_KERNEL_FDB_OWN_VTEP", [&] { ownVtep_ = Lanx::IpGenAddr(own); });
         }
-        mender_.wakeupTimeIs(context->clock()->now() + retryInterval);
+        if (const auto interval = Plugins::setting("L2RIB_KERNEL_FDB_INTERVAL"); !interval.empty()) {
+            if (!Quil::parseNumber(interval, mendInterval_) || !(mendInterval_ >= 0.1 && mendInterval_ <= 86400)) {
+                throw Quil::RangeException("< 0.1 or > 86400 not allowed", "L2RIB_KERNEL_FDB_INTERVAL " + interval);
+            }
+        }
+        mender_.wakeupTimeIs(context->clock()->now() + std::min(retryInterval, mendInterval_));
     }
 
     void doAddHost(const Bridging::MacVlanPair& key) override { doUpdateHost(key); }
@@ -87,12 +94,13 @@ class Programmer : public L2Rib::L2RibClientSm {
         // Everything wanted is known when one synchronisation is through and nothing waits for review.
         const bool sweep = reviewedOnce() && changedHost().empty() && l2RibOutput()->hostControl().isReadable();
         for (FdbDevice& device : devices_) device.mend(sweep);
-        mender_.wakeupTimeIs(clock()->now() + (sweep ? mendInterval : retryInterval));
+        mender_.wakeupTimeIs(clock()->now() + (sweep ? mendInterval_ : std::min(retryInterval, mendInterval_)));
         retrySoon();
     }
 
     std::list<FdbDevice> devices_;
     std::optional<Lanx::IpGenAddr> ownVtep_;
+    Quil::Seconds mendInterval_ = 60;
     Mender mender_;
 };
 

@@ -1,0 +1,131 @@
+// l2rib-consumer and the plug-ins we ship, with the agent, over files and in a network namespace.
+#include <signal.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "L2Rib/Plugin/Loader.h"
+#include "support/Support.h"
+
+namespace {
+
+using Json = nlohmann::json;
+const std::string build = std::string(L2RIB_TEST_BIN) + "/..";
+
+class ConsumerTest : public testing::Test {
+ protected:
+    ConsumerTest() { agent(std::string(L2RIB_TEST_DATA) + "/fdb/bridge-fdb.json"); }
+    void agent(const std::string& fdb) {
+        daemon.reset();
+        daemon.emplace(std::vector<std::string>{"l2ribd", "--root", scratch.path(), "--fdb", fdb, "--vlan", "br0=10"});
+        daemon->readUntil("ready, ");
+    }
+    std::vector<std::string> consumer(std::vector<std::string> words) {
+        words.insert(words.begin(), {"l2rib-consumer", "--root", scratch.path()});
+        return words;
+    }
+    test::ScratchDir scratch;
+    std::optional<test::Child> daemon;
+};
+
+TEST_F(ConsumerTest, LoadsWhatItCanAndSaysWhatItCannot) {
+    const std::string bad = build + "/bad-plugins";
+    std::ofstream(bad + "/text.so") << "this is no shared object\n";
+    const auto [status, output] = test::run(consumer({"--plugin-dir", "bad-plugins", "--path", "/nowhere:" + build,
+                                                      "--plugins", "text, OTHER_INTERFACE NO_ENTRY,THROWING,absent"}));
+    EXPECT_EQ(status, 2);
+    const std::string said = "l2rib-consumer: L2RibPluginLoader: plug-in ";
+    for (const std::string& line :
+         {said + "OTHER_INTERFACE: " + bad + "/libOTHER_INTERFACE.so is built for interface " +
+              std::to_string(L2Rib::Plugin::interfaceNumber + 1) + ", not " +
+              std::to_string(L2Rib::Plugin::interfaceNumber),
+          said + "NO_ENTRY: " + bad + "/libNO_ENTRY.so has no l2ribPluginInit()",
+          said + "THROWING: from its entry point",
+          said + "absent: no libabsent.so or absent.so in /nowhere/bad-plugins, " + bad,
+          said + "text: ", std::string("l2rib-consumer: no plug-in was loaded")}) {
+        EXPECT_NE(output.find(line), std::string::npos) << line << "\n" << output;
+    }
+    EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 6) << output;
+    EXPECT_EQ(test::run(consumer({"--plugin-dir", bad, "--source-filter", "bgp,nobody"})),
+              std::pair(2, std::string("l2rib-consumer: --source-filter: nobody: no source of this name\n")));
+    // One that works is loaded beside those that do not.
+    test::Child works(consumer({"--plugin-dir", build + "/plugins", "--source-filter", "bgp"}));
+    works.readUntil("ready, 1 plug-ins, 1 not loaded, 1 clients");  // kernel-fdb has no device to program
+    const auto line = Json::parse(works.readUntil("\"add\""));
+    EXPECT_EQ(line["mac"], "02:00:00:00:01:01");
+    EXPECT_EQ(line["via"]["address"], "10.0.0.2");
+    std::ofstream(scratch.path() + "/empty.json") << "[]";
+    agent(scratch.path() + "/empty.json");
+    EXPECT_EQ(Json::parse(works.readUntil("\"remove\""))["mac"], "02:00:00:00:01:01");
+    works.kill(SIGTERM);
+    EXPECT_EQ(works.wait(), 0) << works.rest();
+}
+
+bool command(const std::string& text) { return std::system((text + " >/dev/null 2>&1").c_str()) == 0; }
+
+TEST_F(ConsumerTest, KernelFdbProgramsSweepsMendsAndLeavesOthersAlone) {
+    const std::string ns = Quil::cat("l2rib-kfdb-", getpid()), in = "ip netns exec " + ns + " ";
+    if (!command("ip netns add " + ns)) GTEST_SKIP() << "network namespaces are not allowed here";
+    struct Cleanup {
+        std::string name;
+        ~Cleanup() { (void)command("ip netns del " + name); }
+    } cleanup{ns};
+    // VLAN-aware where this kernel can be.
+    const bool isVlanAware = command(in + "ip link add br0 type bridge vlan_filtering 1");
+    ASSERT_TRUE(isVlanAware || command(in + "ip link add br0 type bridge"));
+    const std::string vlan = isVlanAware ? "vlan 10 " : "";
+    ASSERT_TRUE(command(in + "ip link add vx100 type vxlan id 100 local 10.0.0.4 dstport 4789 nolearning"));
+    ASSERT_TRUE(command(in + "ip link set vx100 master br0 up"));
+    ASSERT_TRUE(!isVlanAware || command(in + "bridge vlan add dev vx100 vid 10"));
+    ASSERT_TRUE(command(in + "bridge fdb add 02:aa:aa:aa:aa:01 dev vx100 dst 10.9.9.9 self static"));
+    const auto has = [&](const std::string& mac, const std::string& rest) {
+        return command(in + "bridge fdb show dev vx100 | grep '^" + mac + " " + rest + "'");
+    };
+    const auto eventually = [](auto&& condition) {
+        for (int i = 0; i < 200 && !condition(); ++i) usleep(50000);
+        return condition();
+    };
+    const std::string launcher = scratch.path() + "/in-netns";
+    std::ofstream(launcher) << "#!/bin/sh\nexec ip netns exec " << ns << " \"$@\"\n";
+    ASSERT_TRUE(command("chmod +x " + launcher));
+    auto words =
+        consumer({"--plugin-dir", build + "/plugins", "--plugins", "kernel-fdb", "--set", "L2RIB_KERNEL_FDB=vx100=10",
+                  "--set", "L2RIB_KERNEL_FDB_OWN_VTEP=10.0.0.1", "--set", "L2RIB_KERNEL_FDB_INTERVAL=0.2"});
+    words[0] = std::string(L2RIB_TEST_BIN) + "/l2rib-consumer";
+    words.insert(words.begin(), launcher);
+    std::optional<test::Child> programmer(std::in_place, words);
+    programmer->readUntil("ready");
+
+    // A VTEP, a port of the table's own switch, one that is behind this very switch, and someone else's entry.
+    EXPECT_TRUE(eventually([&] { return has("02:00:00:00:01:01", "dst 10.0.0.2 self extern_learn"); }));
+    EXPECT_TRUE(has("02:00:00:00:01:01", vlan + "extern_learn master br0"));
+    EXPECT_TRUE(eventually([&] { return has("5e:55:04:3b:d3:af", "dst 10.0.0.1 self extern_learn"); }));
+    EXPECT_FALSE(has("02:00:00:00:01:03", ""));
+    EXPECT_TRUE(has("02:aa:aa:aa:aa:01", "dst 10.9.9.9 self static"));
+    EXPECT_FALSE(has("02:aa:aa:aa:aa:01", "dst 10.0.0.1"));
+
+    // Drift of either half is mended.
+    ASSERT_TRUE(command(in + "bridge fdb del 02:00:00:00:01:01 dev vx100 self"));
+    EXPECT_TRUE(eventually([&] { return has("02:00:00:00:01:01", "dst 10.0.0.2 self extern_learn"); }));
+    ASSERT_TRUE(command(in + "bridge fdb del 02:00:00:00:01:01 dev vx100 " + vlan + "master"));
+    EXPECT_TRUE(eventually([&] { return has("02:00:00:00:01:01", vlan + "extern_learn master"); }));
+
+    // What went while it was dead is swept when it comes back; what someone else made stays.
+    programmer->kill(SIGKILL);
+    programmer->wait();
+    std::ofstream(scratch.path() + "/one.json")
+        << R"([{"mac":"02:00:00:00:01:01","ifname":"vxp","dst":"10.0.0.7","flags":["self","extern_learn"],"state":""},)"
+           R"({"mac":"02:00:00:00:01:01","ifname":"vxp","flags":["extern_learn"],"master":"br0","state":""}])";
+    agent(scratch.path() + "/one.json");
+    programmer.emplace(words);
+    EXPECT_TRUE(eventually([&] { return has("02:00:00:00:01:01", "dst 10.0.0.7 self extern_learn"); }));
+    EXPECT_TRUE(eventually([&] { return !has("5e:55:04:3b:d3:af", ""); }));
+    EXPECT_TRUE(has("02:aa:aa:aa:aa:01", "dst 10.9.9.9 self static"));
+    programmer->kill(SIGTERM);
+    EXPECT_EQ(programmer->wait(), 0) << programmer->rest();
+}
+
+}  // namespace
