@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The main job on real input: a Linux bridge with a VXLAN device and three hosts, in network namespaces of its own; the
-# agent publishes what the kernel learns, and l2rib, another process, shows and follows it.
+# agent publishes what the kernel learns, and l2rib, another process, shows and follows it. A second switch is programmed
+# by a consumer from what the first one learned, and traffic passes between them.
 # Where namespaces are not allowed, the same road runs on a recorded forwarding table.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -8,7 +9,7 @@ cd "$(dirname "$0")/.."
 echo "== set-up and build (preset release)"
 scripts/setup.sh
 cmake --preset release >/dev/null
-cmake --build --preset release --target l2ribd l2rib-tool
+cmake --build --preset release --target l2ribd l2rib-tool l2rib-consumer plugin_event-log plugin_kernel-fdb
 bin=$PWD/build/release/bin
 
 root=$(mktemp -d /dev/shm/l2rib-demo.XXXXXX)
@@ -100,6 +101,48 @@ sw bridge fdb add 02:bb:bb:bb:bb:02 dev vx100 dst 10.0.0.3 self master extern_le
 eventually l2rib host show mac 02:bb:bb:bb:bb:02
 shown l2rib host show source bgp
 
+say "a second switch, VTEP 10.0.0.2, with host 02:bb:bb:bb:bb:01 behind it; its kernel-fdb follows the first one's table"
+ip netns add "$name-s2"
+namespaces+=("$name-s2")
+ip netns add "$name-h4"
+namespaces+=("$name-h4")
+s2() { ip netns exec "$name-s2" "$@"; }
+for ns in s2 h4; do ip netns exec "$name-$ns" sh -c "$no_ipv6" 2>/dev/null || true; done
+sw ip link add under type veth peer name under netns "$name-s2"
+sw ip addr add 10.0.0.1/24 dev under
+sw ip link set under up
+s2 ip addr add 10.0.0.2/24 dev under
+s2 ip link set under up
+s2 ip link add br0 type bridge
+s2 ip link set br0 up
+s2 ip link add vx100 type vxlan id 100 local 10.0.0.2 dstport 4789 nolearning
+s2 ip link set vx100 master br0 up
+s2 ip link add p4 type veth peer name eth0 netns "$name-h4"
+s2 ip link set p4 master br0 up
+host 4 ip link set eth0 address 02:bb:bb:bb:bb:01 up
+host 4 ip addr add 192.0.2.4/24 dev eth0
+# No broadcast crosses: the two hosts know each other's addresses, only the forwarding tables are missing.
+host 4 ip neigh add 192.0.2.2 lladdr 02:aa:aa:aa:aa:02 dev eth0
+host 2 ip neigh add 192.0.2.4 lladdr 02:bb:bb:bb:bb:01 dev eth0
+if host 4 ping -c1 -W1 192.0.2.2 >/dev/null; then
+    echo "demo: the hosts reach each other without an entry" >&2
+    exit 1
+fi
+echo "before: host 4 does not reach host 2"
+start_consumer() {
+    ip netns exec "$name-s2" "$bin/l2rib-consumer" --root "$root" --plugin-dir "$bin/../plugins" \
+        --set L2RIB_KERNEL_FDB=vx100=10 --set L2RIB_KERNEL_FDB_OWN_VTEP=10.0.0.1 \
+        --set L2RIB_EVENT_LOG="$root/events" 2>>"$root/consumer.log" &
+    started+=($!)
+}
+start_consumer
+eventually host 4 ping -c1 -W1 192.0.2.2
+echo "after: host 4 reaches host 2 through the VXLAN tunnel"
+shown s2 bridge fdb show dev vx100
+echo "\$ head -2 events     # what event-log wrote"
+head -2 "$root/events"
+shown l2rib reader show l2rib/output/host/host
+
 say "host 02:aa:aa:aa:aa:01 moves from p1 to p3"
 host 3 ip link set eth0 address 02:aa:aa:aa:aa:01
 host 3 ping -c1 -W1 192.0.2.2 >/dev/null || true
@@ -110,6 +153,9 @@ say "host 02:aa:aa:aa:aa:02 is removed"
 sw bridge fdb del 02:aa:aa:aa:aa:02 dev p2 master
 eventually monitored 'delete 10 02:aa:aa:aa:aa:02'
 shown l2rib host show mac 02:aa:aa:aa:aa:02
+not_programmed() { ! s2 bridge fdb show dev vx100 | grep -q 02:aa:aa:aa:aa:02; }
+eventually not_programmed
+echo "the second switch has forgotten it, too"
 
 say "the agent is killed: what it published is still there to be read"
 kill -9 $agent
