@@ -170,6 +170,8 @@ void L2RibClientSm::doSyncHosts() {
                   : L2RibOutputIteratorConst(l2RibOutput_, sourceFilter_, {}, reviewBookmark);
     for (; !at.done() && deadline > clock_->now(); ++at) changedHost_[at.key()] = true;
     trace().log(stateLevel, [&] { return cat(changedHost_.size(), " host changed detected"); });
+    // Room for all of them now, while little would have to move: a pass is not to pay for it.
+    if (changedHost_.size() > source_.bucket_count()) source_.reserve(2 * changedHost_.size());
     reviewBookmark = at.done() ? MacVlanPair() : at.key();
 }
 
