@@ -1,7 +1,6 @@
 // l2rib-consumer: hosts consumers of the output host table that are written as plug-ins, until SIGTERM or SIGINT.
 //
 // Plug-ins find their settings in the environment; --set and --source-filter put them there.
-#include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <iostream>
 
@@ -9,6 +8,7 @@
 #include "Quil/Trace.h"
 #include "common/EndSignals.h"
 #include "common/Names.h"
+#include "common/Program.h"
 
 namespace {
 
@@ -90,18 +90,5 @@ int main(int argc, char** argv) {
     app.add_option("--source-filter", options.sourceFilter,
                    "the sources whose hosts are wanted, separated by commas (bgp,vxlan-static); default: all");
     app.add_option("--set", options.settings, "NAME=VALUE: a setting of a plug-in");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) return app.exit(error);
-        say(error.what());
-        return 2;
-    }
-    try {
-        run(options);
-        return 0;
-    } catch (const std::exception& error) {
-        say(error.what());
-        return 2;
-    }
+    return Apps::runProgram("l2rib-consumer", app, argc, argv, [&] { run(options); });
 }

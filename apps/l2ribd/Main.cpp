@@ -1,6 +1,5 @@
 // l2ribd: the agent. Runs the producer of the Linux forwarding tables, merges what its sources say and publishes the
 // output host table under the root, until SIGTERM or SIGINT.
-#include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -10,6 +9,7 @@
 #include "agent/PolicySm.h"
 #include "common/EndSignals.h"
 #include "common/Names.h"
+#include "common/Program.h"
 #include "fdb/FdbTables.h"
 #include "fdb/JsonFdb.h"
 #include "fdb/NetlinkFdb.h"
@@ -130,18 +130,5 @@ int main(int argc, char** argv) {
     app.add_option("--programmed", options.programmed,
                    "a VXLAN device whose external entries a consumer of this table makes: they are no source");
     app.add_option("--own", options.owns, "an address of this switch: its permanent entries are router MACs");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) return app.exit(error);
-        say(error.what());
-        return 2;
-    }
-    try {
-        Agentd(options).run();
-        return 0;
-    } catch (const std::exception& error) {
-        say(error.what());
-        return 2;
-    }
+    return Apps::runProgram("l2ribd", app, argc, argv, [&] { Agentd(options).run(); });
 }

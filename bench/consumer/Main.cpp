@@ -14,6 +14,7 @@
 #include "L2Rib/L2Rib.h"
 #include "Processes.h"
 #include "Records.h"
+#include "Sizes.h"
 
 namespace bench {
 namespace {
@@ -130,16 +131,7 @@ void run(const std::string& path, std::uint32_t hosts) {
 }  // namespace bench
 
 int main(int argc, char** argv) {
-    std::vector<std::uint32_t> sizes;
-    for (int i = 1; i < argc; ++i) {
-        const long size = std::atol(argv[i]);
-        if (size < 1 || size > 1 << 24) {
-            std::fprintf(stderr, "bench-consumer: HOSTS %s: < 1 or > %d not allowed\n", argv[i], 1 << 24);
-            return 2;
-        }
-        sizes.push_back(static_cast<std::uint32_t>(size));
-    }
-    if (sizes.empty()) sizes = {16384, 131072, 1048576};
+    const auto sizes = bench::sizesOf("bench-consumer", argc, argv);
     const std::string path = "/dev/shm/l2rib-bench-" + std::to_string(getpid());
     std::filesystem::create_directories(path);
     std::printf("%-10s  %8s  %8s  %9s  %9s  %10s  %8s  %8s\n", "phase", "hosts", "quantum", "seconds", "calls",

@@ -16,6 +16,7 @@
 #include "EngineTable.h"
 #include "FlatArray.h"
 #include "Measure.h"
+#include "Sizes.h"
 #include "Wakeup.h"
 #ifdef L2RIB_HAS_LMDB
 #include "LmdbTable.h"
@@ -244,16 +245,7 @@ class Bench {
 }  // namespace bench
 
 int main(int argc, char** argv) {
-    std::vector<std::uint32_t> sizes;
-    for (int i = 1; i < argc; ++i) {
-        const long size = std::atol(argv[i]);
-        if (size < 1 || size > 1 << 24) {
-            std::fprintf(stderr, "bench-memtab: HOSTS %s: < 1 or > %d not allowed\n", argv[i], 1 << 24);
-            return 2;
-        }
-        sizes.push_back(static_cast<std::uint32_t>(size));
-    }
-    if (sizes.empty()) sizes = {16384, 131072, 1048576};
+    const auto sizes = bench::sizesOf("bench-memtab", argc, argv);
     const std::string path = "/dev/shm/l2rib-bench-" + std::to_string(getpid());
     std::filesystem::create_directories(path);
     for (const std::uint32_t size : sizes) bench::Bench(size, path).run();
