@@ -1,6 +1,7 @@
 // L2Rib.h: every public type of the namespace.
 #pragma once
 
+#include "L2Rib/AgentStatus.h"
 #include "L2Rib/CiDest.h"
 #include "L2Rib/CiVtepIndex.h"
 #include "L2Rib/Constants.h"
@@ -12,6 +13,9 @@
 #include "L2Rib/DestTable.h"
 #include "L2Rib/DestType.h"
 #include "L2Rib/EcmpIndex.h"
+#include "L2Rib/FloodSet.h"
+#include "L2Rib/FloodSetOutput.h"
+#include "L2Rib/FloodSetTriple.h"
 #include "L2Rib/FloodSetType.h"
 #include "L2Rib/Host.h"
 #include "L2Rib/HostAndSource.h"
@@ -36,6 +40,7 @@
 #include "L2Rib/Plugin/Context.h"
 #include "L2Rib/Plugin/Loader.h"
 #include "L2Rib/Source.h"
+#include "L2Rib/SourceDirEntry.h"
 #include "L2Rib/TableInfo.h"
 #include "L2Rib/TableType.h"
 #include "L2Rib/Types.h"

@@ -32,9 +32,10 @@ void registerTypes() {
     registerValues<ObjId, DestId, LabelId, LoadBalanceId, EcmpIndex, CiVtepIndex, Constants, SourceDecoder, ObjTuple,
                    ObjTupleAndSource, DestDataIntf, DestDataVxlan, DestDataMpls, DestDataTunnel, Dest, CiDest, Host,
                    HostAndSource, HostKeyAndSource, Label, LabelAndSource, LoadBalance, LoadBalanceAndSource,
-                   DestAndSource, TableInfo>();
+                   DestAndSource, FloodSetTriple, TableInfo>();
     registerEntities<HostInput, HostOutput, DestTable, DestOutput, LabelTable, LabelOutput, LoadBalanceTable,
-                     LoadBalanceOutput, ObjTupleManager, Plugin::Context, Plugin::Loader, L2RibClientSm>();
+                     LoadBalanceOutput, ObjTupleManager, Plugin::Context, Plugin::Loader, L2RibClientSm, FloodSet,
+                     VlanFloodSet, FloodSetOutput, SourceDirEntry, AgentSourceDir, PolicySmStatus, Config>();
 }
 
 }  // namespace L2Rib

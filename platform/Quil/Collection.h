@@ -24,8 +24,13 @@ class Collection {
     Ptr<Child> childIs(const Key& key, Make&& make) {
         if (auto found = child(key)) return found;
         Ptr<Child> made = make();
-        made->parentIs(owner_);
-        children_.emplace(key, made);
+        const auto place = children_.emplace(key, made).first;
+        try {
+            made->parentIs(owner_);
+        } catch (...) {
+            children_.erase(place);
+            throw;
+        }
         return made;
     }
     Ptr<Child> child(const Key& key) const {

@@ -72,6 +72,14 @@ RawText mapText(const Map& map) {
     return {out + "}"};
 }
 
+// "{key, ...}" of a map.
+template <class Map>
+RawText keysText(const Map& map) {
+    String out = "{";
+    for (const auto& [key, unused] : map) out += cat(out.size() > 1 ? ", " : "", textOf(key));
+    return {out + "}"};
+}
+
 template <class T>
 T valueOf(const String& text) {
     if constexpr (std::is_same_v<T, String>) {
