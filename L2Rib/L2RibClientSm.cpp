@@ -44,6 +44,16 @@ L2RibClientSm::L2RibClientSm(String name, Quil::Ptr<Plugin::Context> pluginConte
 
 L2RibClientSm::~L2RibClientSm() { handleDelete(); }
 
+void L2RibClientSm::QuilPluginContext::onL2RibOutput() {
+    traceSignature("virtual void L2Rib::L2RibClientSm::QuilPluginContext::onL2RibOutput()");
+    sm_.l2RibOutputIs(notifier()->l2RibOutput());
+}
+
+void L2RibClientSm::QuilPluginContext::onClock() {
+    traceSignature("virtual void L2Rib::L2RibClientSm::QuilPluginContext::onClock()");
+    sm_.clockIs(notifier()->clock());
+}
+
 void L2RibClientSm::l2RibOutputIs(const Quil::Ptr<const HostOutput>& l2RibOutput) {
     l2RibOutput_ = l2RibOutput;
     l2RibOutputReactor_.notifierIs(l2RibOutput);

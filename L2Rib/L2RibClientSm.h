@@ -79,8 +79,8 @@ class L2RIB_EXPORT L2RibClientSm : public Quil::Entity {
     class QuilPluginContext : public Plugin::Context::NotifieeConst {
      public:
         explicit QuilPluginContext(L2RibClientSm& sm) : sm_(sm) {}
-        void onL2RibOutput() override { sm_.l2RibOutputIs(notifier()->l2RibOutput()); }
-        void onClock() override { sm_.clockIs(notifier()->clock()); }
+        void onL2RibOutput() override;
+        void onClock() override;
 
      private:
         L2RibClientSm& sm_;

@@ -320,7 +320,7 @@ class MemtabMap : ReaderSm::Front {
             throw Quil::AssertionException(Quil::cat(operation, " in no man's land"));
         }
     }
-    // False when the table could not be read: damaged, or its files not to be mapped.
+    // False when the table is damaged. What else goes wrong passes through.
     template <class F>
     bool reading(F&& run) {
         try {
@@ -328,10 +328,18 @@ class MemtabMap : ReaderSm::Front {
             return true;
         } catch (const Verro::CorruptionDetectedException& error) {
             corruptionDetected(error.what());
+        }
+        return false;
+    }
+    // The same for the table's own work, to be tried again: also false when its files are not to be mapped.
+    template <class F>
+    bool trying(F&& run) {
+        try {
+            return reading(run);
         } catch (const Quil::SystemException& error) {
-            debug().log(1, [&] { return Quil::cat("MemtabMap::reading() ", name_, ": ", error.what()); });
+            debug().log(1, [&] { return Quil::cat("MemtabMap::trying() ", name_, ": ", error.what()); });
         } catch (const Quil::MemoryResourceException& error) {
-            debug().log(1, [&] { return Quil::cat("MemtabMap::reading() ", name_, ": ", error.what()); });
+            debug().log(1, [&] { return Quil::cat("MemtabMap::trying() ", name_, ": ", error.what()); });
         }
         return false;
     }
@@ -352,7 +360,7 @@ class MemtabMap : ReaderSm::Front {
             !fresh->queue.attach(debug(), directory, fenix, reason)) {
             return false;
         }
-        const bool good = reading([&] { follower_.resynchronise(fresh->reader, fresh->queue); });
+        const bool good = trying([&] { follower_.resynchronise(fresh->reader, fresh->queue); });
         if (!good) {
             reason = "corruption detected";
             return false;
@@ -373,7 +381,7 @@ class MemtabMap : ReaderSm::Front {
 
     ReaderSm::Turn collect() {
         bool more = false;
-        if (!reading([&] { more = follower_.collect(attached_->reader, attached_->queue, keysPerTurn); })) {
+        if (!trying([&] { more = follower_.collect(attached_->reader, attached_->queue, keysPerTurn); })) {
             return ReaderSm::Turn::failed;
         }
         if (!deliver()) return ReaderSm::Turn::failed;
@@ -393,7 +401,7 @@ class MemtabMap : ReaderSm::Front {
         for (std::size_t i = 0; i < keysPerTurn && isFollowing(); ++i) {
             const auto key = take();
             if (!key) return true;
-            if (shadow_ && !reading([&] { syncShadow(*key); })) return false;
+            if (shadow_ && !trying([&] { syncShadow(*key); })) return false;
             hooks_.onKey(*key);
         }
         return true;

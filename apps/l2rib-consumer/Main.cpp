@@ -74,7 +74,15 @@ void run(const Options& options) {
     if (loader.loaded().empty()) throw Quil::SystemException("no plug-in was loaded");
     say(Quil::cat("ready, ", loader.loaded().size(), " plug-ins, ", loader.failures(), " not loaded, ",
                   context->pluginCount(), " clients of ", options.root));
-    loop.run();
+    // What a plug-in throws is said; it goes on, and so do the others.
+    for (bool isOver = false; !isOver;) {
+        try {
+            loop.run();
+            isOver = true;
+        } catch (const std::exception& error) {
+            say(error.what());
+        }
+    }
 }
 
 }  // namespace

@@ -40,6 +40,12 @@ std::vector<std::string> directoriesOf(const std::string& dirName, const std::st
     return directories;
 }
 
+std::string joined(const std::vector<std::string>& parts) {
+    std::string text;
+    for (const std::string& part : parts) text += (text.empty() ? "" : ", ") + part;
+    return text;
+}
+
 // "libname.so" and "name.so" are called "name".
 std::set<std::string> allNames(const std::vector<std::string>& directories) {
     std::set<std::string> names;
@@ -78,6 +84,10 @@ void LoaderImpl::loadPlugins(const std::string& dirName, const std::string& plug
     if (names.empty()) {
         const auto all = allNames(directories);
         names.assign(all.begin(), all.end());
+        if (names.empty()) {
+            ++failures_;
+            trace().log(3, [&] { return cat(name_, ": no plug-ins in ", joined(directories)); });
+        }
     }
     for (const std::string& name : names) {
         try {
@@ -92,14 +102,12 @@ void LoaderImpl::loadPlugins(const std::string& dirName, const std::string& plug
 void LoaderImpl::loadPlugin(const std::string& name, const std::vector<std::string>& directories,
                             const std::string& entry) {
     if (name.find('/') != std::string::npos) throw Quil::SystemException("is a path, not a name");
-    std::string searched;
     for (const std::string& directory : directories) {
         for (const std::string& file : {directory + "/lib" + name + ".so", directory + "/" + name + ".so"}) {
             if (fs::exists(file)) return open(file, entry);
         }
-        searched += (searched.empty() ? "" : ", ") + directory;
     }
-    throw Quil::SystemException(cat("no lib", name, ".so or ", name, ".so in ", searched));
+    throw Quil::SystemException(cat("no lib", name, ".so or ", name, ".so in ", joined(directories)));
 }
 
 void LoaderImpl::open(const std::string& file, const std::string& entry) {

@@ -37,14 +37,24 @@ class EventLog : public L2Rib::L2RibClientSm {
                         {"table", "host"}};
         line.update(Apps::keyOf(record));
         if (isPresent) {
-            names_.refreshFrom(root_);
+            refreshNames();
             line.update(Apps::detailsOf(record, names_));
+        } else if (const auto known = source().find(key); known != source().end()) {
+            line["source"] = Apps::sourceName(known->second.source());
         }
         std::ostream& out = file_.is_open() ? file_ : std::cout;
         if (!(out << Apps::textOf(line) << std::endl)) throw Quil::SystemException("event-log: cannot be written");
     }
 
+    // Once a second is often enough for what hardly ever changes.
+    void refreshNames() {
+        if (clock()->now() < namesAreGoodUntil_) return;
+        names_.refreshFrom(root_);
+        namesAreGoodUntil_ = clock()->now() + 1;
+    }
+
     const Quil::String root_;
+    Quil::Seconds namesAreGoodUntil_ = 0;
     Apps::InterfaceNames names_;
     std::ofstream file_;
 };
@@ -52,6 +62,7 @@ class EventLog : public L2Rib::L2RibClientSm {
 }  // namespace
 
 void l2ribPluginInit(const Quil::Ptr<L2Rib::Plugin::Context>& context) {
+    const std::uint32_t sources = Plugins::sourceFilter();
     static const auto log = Quil::makePtr<EventLog>(context);
-    log->sourceFilterIs(Plugins::sourceFilter());
+    log->sourceFilterIs(sources);
 }

@@ -1,13 +1,11 @@
 #include "plugins/kernel-fdb/FdbDevice.h"
 
-#include <linux/if_bridge.h>
 #include <linux/if_link.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <filesystem>
 
+#include "Quil/Exception.h"
 #include "Quil/Trace.h"
 
 namespace KernelFdb {
@@ -17,59 +15,37 @@ using Bridging::MacVlanPair;
 using Lanx::IpGenAddr;
 using Quil::cat;
 
-constexpr std::uint8_t bothHalves = NTF_SELF | NTF_MASTER;
-
 Quil::Trace& trace() {
     static Quil::Trace& handle = Quil::Trace::handler("kernel-fdb");
     return handle;
 }
 
-void putAddress(nlmsghdr* message, std::uint16_t type, const IpGenAddr& address) {
-    mnl_attr_put(message, type, address.af() == Lanx::ipv4 ? 4 : 16, address.bytes().data());
-}
-
 }  // namespace
 
 FdbDevice::FdbDevice(Quil::String name, std::uint16_t vlan, Quil::String notes)
-    : name_(std::move(name)), vlan_(vlan), notesPath_(std::move(notes)), socket_(Netlink::open(0)) {
-    readNotes();
-    readLink();
+    : name_(std::move(name)), vlan_(vlan), notes_(std::move(notes)), socket_(Netlink::open(0)) {
+    guarded([this] { readLink(); });
 }
 
-// One line for each entry: "+ key" before it is made, "- key" when it is gone.
-void FdbDevice::readNotes() {
-    std::ifstream in(notesPath_);
-    std::string sign, key;
-    while (in >> sign >> key) {
-        try {
-            sign == "+" ? void(noted_.insert(MacVlanPair(key))) : void(noted_.erase(MacVlanPair(key)));
-        } catch (const Quil::RangeException&) {  // a line cut short by a full file system
-        }
-    }
-    in.close();
-    for (const MacVlanPair& made : noted_) made_[made] = IpGenAddr();
-    // Written anew, without what is over.
-    const Quil::String fresh = notesPath_ + ".new";
-    notes_.open(fresh, std::ios::trunc);
-    for (const MacVlanPair& made : noted_) notes_ << "+ " << made.str() << "\n";
-    notes_.flush();
-    std::error_code error;
-    if (notes_) std::filesystem::rename(fresh, notesPath_, error);
-    if (!notes_ || error) throw Quil::SystemException(cat("kernel-fdb: ", notesPath_, " cannot be written"));
+void FdbDevice::fail(const Quil::String& what) {
+    ++errors_;
+    hasFailed_ = true;
+    trace().log(3, [&] { return cat(name_, ": ", what); });
 }
 
-void FdbDevice::note(char sign, const MacVlanPair& key) {
-    const bool isNew = sign == '+' ? noted_.insert(key).second : noted_.erase(key) > 0;
-    if (isNew && !(notes_ << sign << " " << key.str() << std::endl)) {
-        throw Quil::SystemException(cat("kernel-fdb: ", notesPath_, " cannot be written"));
+void FdbDevice::guarded(const std::function<void()>& run) {
+    try {
+        run();
+    } catch (const Quil::SystemException& error) {
+        fail(error.what());
     }
 }
 
-void FdbDevice::readLink() {
-    link_ = {};
-    std::uint32_t master = 0;
+// False when the kernel's answer was cut short: then nothing is known.
+bool FdbDevice::readLink() {
+    Link link;
     std::set<std::uint32_t> vlanAware;
-    Netlink::dump(RTM_GETLINK, AF_UNSPEC, [&](const nlmsghdr* message) {
+    const bool isWhole = Netlink::dump(RTM_GETLINK, AF_UNSPEC, [&](const nlmsghdr* message) {
         const Netlink::Attributes<IFLA_LINKINFO + 1> attributes(message, sizeof(ifinfomsg));
         const auto index =
             static_cast<std::uint32_t>(static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message))->ifi_index);
@@ -84,12 +60,55 @@ void FdbDevice::readLink() {
         if (!attributes.at[IFLA_IFNAME] || mnl_attr_get_str(attributes.at[IFLA_IFNAME]) != name_) return;
         if (!isKind("vxlan")) return;
         const Netlink::Attributes<IFLA_VXLAN_LOCAL6 + 1> vxlan(info.at[IFLA_INFO_DATA]);
-        link_.index = index;
-        link_.local =
+        link.index = index;
+        link.master = attributes.u32(IFLA_MASTER);
+        link.local =
             Netlink::addressIn(vxlan.at[IFLA_VXLAN_LOCAL] ? vxlan.at[IFLA_VXLAN_LOCAL] : vxlan.at[IFLA_VXLAN_LOCAL6]);
-        master = attributes.u32(IFLA_MASTER);
     });
-    link_.isVlanAware = vlanAware.contains(master);
+    if (!isWhole) return false;
+    link.isVlanAware = vlanAware.contains(link.master);
+    link_ = link;
+    return true;
+}
+
+FdbDevice::Half FdbDevice::halfIn(const nlmsghdr* message) {
+    const auto* neighbour = static_cast<const ndmsg*>(mnl_nlmsg_get_payload(message));
+    const Netlink::Attributes<NDA_MASTER + 1> attributes(message, sizeof(ndmsg));
+    return {true, static_cast<std::uint32_t>(neighbour->ndm_ifindex), neighbour->ndm_state, neighbour->ndm_flags,
+            Netlink::addressIn(attributes.at[NDA_DST])};
+}
+
+bool FdbDevice::readTable(Table& table) const {
+    return Netlink::dump(RTM_GETNEIGH, AF_BRIDGE, [&](const nlmsghdr* message) {
+        const Netlink::Attributes<NDA_MASTER + 1> attributes(message, sizeof(ndmsg));
+        const Half half = halfIn(message);
+        const Lanx::EthAddr mac = attributes.mac(NDA_LLADDR);
+        if (attributes.at[NDA_MASTER] && attributes.u32(NDA_MASTER) == link_.master) {
+            table.bridge[{mac, attributes.u16(NDA_VLAN)}] = half;
+        } else if (!attributes.at[NDA_MASTER] && half.port == link_.index) {
+            table.own[mac] = half;
+        }
+    });
+}
+
+FdbDevice::Entry FdbDevice::entryIn(const Table& table, const MacVlanPair& key) const {
+    Entry entry;
+    if (const auto own = table.own.find(key.ethAddr()); own != table.own.end()) entry.own = own->second;
+    const auto bridge = table.bridge.find({key.ethAddr(), vlanOf(key)});
+    if (bridge != table.bridge.end()) entry.bridge = bridge->second;
+    return entry;
+}
+
+// False when the kernel did not answer for another reason than that there is none.
+bool FdbDevice::readHalf(const MacVlanPair& key, std::uint8_t which, Half& half) {
+    const int error =
+        request(RTM_GETNEIGH, 0, which, key, nullptr, [&](const nlmsghdr* message) { half = halfIn(message); });
+    if (error && error != ENOENT) fail(cat("cannot read ", key, ": ", std::strerror(error)));
+    return error == 0 || error == ENOENT;
+}
+
+bool FdbDevice::readEntry(const MacVlanPair& key, Entry& entry) {
+    return readHalf(key, NTF_SELF, entry.own) && (link_.master == 0 || readHalf(key, NTF_MASTER, entry.bridge));
 }
 
 int FdbDevice::request(std::uint16_t type, std::uint16_t flags, std::uint8_t halves, const MacVlanPair& key,
@@ -105,100 +124,125 @@ int FdbDevice::request(std::uint16_t type, std::uint16_t flags, std::uint8_t hal
     neighbour->ndm_flags = halves;
     const auto mac = key.ethAddr().bytes();
     mnl_attr_put(message, NDA_LLADDR, mac.size(), mac.data());
-    if (vtep) putAddress(message, NDA_DST, *vtep);
-    if (link_.isVlanAware && (halves & NTF_MASTER)) mnl_attr_put_u16(message, NDA_VLAN, key.vlanId().value());
+    if (vtep) mnl_attr_put(message, NDA_DST, vtep->af() == Lanx::ipv4 ? 4 : 16, vtep->bytes().data());
+    if (vlanOf(key) && (halves & NTF_MASTER)) mnl_attr_put_u16(message, NDA_VLAN, vlanOf(key));
     return Netlink::request(socket_.get(), message, answer);
 }
 
-void FdbDevice::fail(const char* what, const MacVlanPair& key, int error) {
-    ++errors_;
-    hasFailed_ = true;
-    trace().log(3, [&] { return cat(name_, ": ", what, " ", key, ": ", std::strerror(error)); });
-}
-
-// Whether the device has an entry of this MAC that this process did not make.
-bool FdbDevice::isForeign(const MacVlanPair& key) {
-    if (noted_.contains(key)) return false;
-    return request(RTM_GETNEIGH, 0, NTF_SELF, key, nullptr) == 0;
-}
-
 void FdbDevice::hostIs(const MacVlanPair& key, const IpGenAddr& vtep) {
-    if (link_.local == vtep) return hostDel(key);  // it is behind this switch itself
     wanted_[key] = vtep;
-    const auto made = made_.find(key);
-    if (made == made_.end() || made->second != vtep) program(key, vtep);
+    settle(key);
 }
 
 void FdbDevice::hostDel(const MacVlanPair& key) {
-    if (wanted_.erase(key)) remove(key);
+    if (wanted_.erase(key)) settle(key);
 }
 
-void FdbDevice::program(const MacVlanPair& key, const IpGenAddr& vtep) {
-    if (link_.index == 0) return fail("no VXLAN device for", key, ENODEV);
-    if (isForeign(key)) {
+std::optional<IpGenAddr> FdbDevice::target(const MacVlanPair& key) const {
+    const auto wanted = wanted_.find(key);
+    if (wanted == wanted_.end() || wanted->second == link_.local) return std::nullopt;
+    return wanted->second;
+}
+
+// The device has one entry of a MAC; it may have been noted for another VLAN.
+bool FdbDevice::isOurs(const Half& own, const MacVlanPair& key) const {
+    if (!(own.flags & NTF_EXT_LEARNED)) return false;
+    const MacVlanPair first(key.ethAddr(), Bridging::VlanId());
+    for (auto at = notes_.entries().lower_bound(first);
+         at != notes_.entries().end() && at->first.ethAddr() == key.ethAddr(); ++at) {
+        if (at->second == own.vtep) return true;
+    }
+    return false;
+}
+
+bool FdbDevice::isRight(const MacVlanPair& key, const Entry& entry) const {
+    const auto vtep = target(key);
+    if (!vtep) return !notes_.entries().contains(key);
+    return entry.own.vtep == vtep && isOurs(entry.own, key) && (link_.master == 0 || leadsHere(entry.bridge));
+}
+
+// Whether the device's entry serves another VLAN's host as well.
+bool FdbDevice::isSharedMac(const MacVlanPair& key) const {
+    const MacVlanPair first(key.ethAddr(), Bridging::VlanId());
+    for (auto at = wanted_.lower_bound(first); at != wanted_.end() && at->first.ethAddr() == key.ethAddr(); ++at) {
+        if (!(at->first == key) && target(at->first)) return true;
+    }
+    return false;
+}
+
+void FdbDevice::settle(const MacVlanPair& key) {
+    guarded([&] {
+        const auto vtep = target(key);
+        if (link_.index == 0) {
+            if (vtep) fail("no such VXLAN device");
+            return;
+        }
+        Entry entry;
+        if (!readEntry(key, entry) || isRight(key, entry)) return;
+        vtep ? make(key, *vtep, entry) : unmake(key, entry);
+    });
+}
+
+void FdbDevice::make(const MacVlanPair& key, const IpGenAddr& vtep, const Entry& entry) {
+    const bool isFixed = entry.bridge.isThere && (entry.bridge.state & (NUD_PERMANENT | NUD_NOARP)) != 0;
+    if (isFixed || (entry.own.isThere && !isOurs(entry.own, key))) {
         ++foreign_;
+        hasFailed_ = true;  // worth another look
         trace().log(5, [&] { return cat(name_, ": ", key, " has an entry of someone else's: left alone"); });
         return;
     }
-    note('+', key);
-    const int error = request(RTM_NEWNEIGH, NLM_F_CREATE | NLM_F_REPLACE, bothHalves | NTF_EXT_LEARNED, key, &vtep);
-    if (error) return fail("cannot program", key, error);
-    made_[key] = vtep;
-    ++programmed_;
+    const bool isMending = notes_.entries().contains(key) && notes_.entries().at(key) == vtep;
+    notes_.made(key, vtep);
+    const std::uint8_t halves = link_.master ? NTF_SELF | NTF_MASTER : NTF_SELF;
+    const int error = request(RTM_NEWNEIGH, NLM_F_CREATE | NLM_F_REPLACE, halves | NTF_EXT_LEARNED, key, &vtep);
+    if (!error) return void(isMending ? ++mended_ : ++made_);
+    fail(cat("cannot make ", key, ": ", std::strerror(error)));
+    // The bridge's half is made first, and alone it would lead nowhere.
+    Half own;
+    if (link_.master && !leadsHere(entry.bridge) && readHalf(key, NTF_SELF, own) && !own.isThere) {
+        request(RTM_DELNEIGH, 0, NTF_MASTER, key, nullptr);
+    }
 }
 
-void FdbDevice::remove(const MacVlanPair& key) {
-    const auto made = made_.find(key);
-    if (made == made_.end()) return;
-    const IpGenAddr* vtep = made->second == IpGenAddr() ? nullptr : &made->second;
-    int error = request(RTM_DELNEIGH, 0, bothHalves, key, vtep);
-    // The bridge's half comes first; when that has moved to another port, the device's own is still there.
-    if (error == ENOENT) error = request(RTM_DELNEIGH, 0, NTF_SELF, key, vtep);
-    if (error && error != ENOENT) return fail("cannot remove", key, error);
-    made_.erase(made);
-    note('-', key);
+void FdbDevice::unmake(const MacVlanPair& key, const Entry& entry) {
+    int error = 0;
+    if (leadsHere(entry.bridge) && (entry.bridge.flags & NTF_EXT_LEARNED)) {
+        error = request(RTM_DELNEIGH, 0, NTF_MASTER, key, nullptr);
+    }
+    if ((!error || error == ENOENT) && entry.own.isThere && isOurs(entry.own, key) && !isSharedMac(key)) {
+        error = request(RTM_DELNEIGH, 0, NTF_SELF, key, entry.own.vtep ? &*entry.own.vtep : nullptr);
+    }
+    if (error && error != ENOENT) return fail(cat("cannot remove ", key, ": ", std::strerror(error)));
+    notes_.gone(key);
     ++removed_;
 }
 
-// By MAC: a device has one entry of each.
-std::map<Lanx::EthAddr, FdbDevice::Found> FdbDevice::readEntries() const {
-    std::map<Lanx::EthAddr, Found> entries;
-    Netlink::dump(RTM_GETNEIGH, AF_BRIDGE, [&](const nlmsghdr* message) {
-        const auto* neighbour = static_cast<const ndmsg*>(mnl_nlmsg_get_payload(message));
-        if (static_cast<std::uint32_t>(neighbour->ndm_ifindex) != link_.index) return;
-        const Netlink::Attributes<NDA_MASTER + 1> attributes(message, sizeof(ndmsg));
-        Found& found = entries[attributes.mac(NDA_LLADDR)];
-        attributes.at[NDA_MASTER] ? found.hasBridgeHalf = true
-                                  : bool(found.vtep = Netlink::addressIn(attributes.at[NDA_DST]));
+void FdbDevice::look(const std::function<bool(const MacVlanPair&)>& mayGo) {
+    hasFailed_ = false;
+    differing_.clear();
+    guarded([&] {
+        Table table;
+        if (!readLink() || (link_.index != 0 && !readTable(table))) return fail("the kernel's answer was cut short");
+        if (link_.index == 0) {
+            if (!wanted_.empty()) fail("no such VXLAN device");
+            return;
+        }
+        for (const auto& [key, vtep] : wanted_) {
+            if (!isRight(key, entryIn(table, key))) differing_.push_back(key);
+        }
+        for (const auto& [key, vtep] : notes_.entries()) {
+            if (!wanted_.contains(key) && mayGo(key)) differing_.push_back(key);
+        }
     });
-    return entries;
 }
 
-void FdbDevice::mend(bool sweep) {
-    hasFailed_ = false;
-    readLink();
-    if (link_.index == 0) {
-        made_.clear();  // with the device its entries have gone
-        if (!wanted_.empty()) fail("no VXLAN device for", wanted_.begin()->first, ENODEV);
-        return;
+bool FdbDevice::work() {
+    for (int i = 0; i < entriesPerTurn && !differing_.empty(); ++i) {
+        const MacVlanPair key = differing_.front();
+        differing_.pop_front();
+        settle(key);
     }
-    const auto entries = readEntries();
-    for (const auto& [key, vtep] : Entries(wanted_)) {
-        const auto found = entries.find(key.ethAddr());
-        if (found != entries.end() && found->second.vtep == vtep && found->second.hasBridgeHalf) {
-            if (noted_.contains(key)) made_[key] = vtep;
-            continue;
-        }
-        if (const auto made = made_.find(key); made != made_.end() && made->second == vtep) ++mended_;
-        program(key, vtep);
-    }
-    if (!sweep) return;
-    for (const auto& [key, vtep] : Entries(made_)) {
-        if (!wanted_.contains(key)) remove(key);
-    }
-    for (const MacVlanPair& key : std::set(noted_)) {
-        if (!wanted_.contains(key) && !made_.contains(key)) note('-', key);
-    }
+    return !differing_.empty();
 }
 
 }  // namespace KernelFdb

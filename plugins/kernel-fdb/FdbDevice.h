@@ -1,76 +1,107 @@
 // FdbDevice.h: one VXLAN device whose forwarding entries this process makes: what is wanted, what the kernel has, and
 // how the two become alike.
 //
-// An entry is one RTM_NEWNEIGH for both halves, the bridge's and the device's own: state REACHABLE, flags SELF, MASTER
-// and EXT_LEARNED. An entry on the device that this process did not make is never touched; which ones it made is kept
-// in a file over its restarts, noted before an entry is made and after it was removed.
+// An entry has two halves: the device's own, with the VTEP, and the bridge's, which leads to the device (none without a
+// bridge). One RTM_NEWNEIGH makes both: state REACHABLE, flags SELF, MASTER and EXT_LEARNED.
+//
+// An entry that this process did not make is not touched. Its own are those that are noted and are in the kernel as
+// they were noted: externally learned, with that VTEP. An entry that the bridge has merely learned gives way, as it
+// does when a host moves; a static or permanent one does not. A host behind the device's own address is on this switch:
+// it has no entry.
 //
 // Threads   Event-loop thread; a request blocks for the time the kernel takes.
-// Errors    What the kernel refuses is counted and tried again by mend(). SystemException when netlink or the file is
-// not
-//           to be had.
+// Errors    Nothing is raised after the construction: what the kernel refuses, or cannot be noted, is counted, and
+// hasFailed()
+//           says so until the next look.
 #pragma once
 
-#include <fstream>
-#include <map>
+#include <deque>
+#include <functional>
 #include <set>
 
-#include "Bridging/MacVlanPair.h"
 #include "Quil/Counter.h"
 #include "common/Netlink.h"
+#include "plugins/kernel-fdb/Notes.h"
 
 namespace KernelFdb {
 
 class FdbDevice {
  public:
-    // vlan 0: hosts of all VLANs. notes: the file that remembers what was made.
+    // vlan 0: hosts of all VLANs. SystemException when netlink or the file of notes is not to be had.
     FdbDevice(Quil::String name, std::uint16_t vlan, Quil::String notes);
 
-    const Quil::String& name() const { return name_; }
     bool serves(const Bridging::MacVlanPair& key) const { return vlan_ == 0 || key.vlanId().value() == vlan_; }
+    const Notes::Entries& wanted() const { return wanted_; }
 
     // The host is to be reached through this VTEP; it is not to be reached here any more.
     void hostIs(const Bridging::MacVlanPair& key, const Lanx::IpGenAddr& vtep);
     void hostDel(const Bridging::MacVlanPair& key);
-    // Reads the kernel's entries and mends what differs. sweep: everything that is wanted is known by now, so what was
-    // made before and is not among it goes.
-    void mend(bool sweep);
-    bool hasFailed() const { return hasFailed_; }  // since the last mend()
+
+    // Reads the kernel's table; what differs waits for work(). mayGo: whether an entry that was noted and is not wanted
+    // is known to be over, and not just not heard of yet.
+    void look(const std::function<bool(const Bridging::MacVlanPair&)>& mayGo);
+    // Mends some of what differs. Whether more is waiting.
+    bool work();
+    bool hasFailed() const { return hasFailed_; }
 
  private:
+    static constexpr int entriesPerTurn = 256;
+
     struct Link {
         std::uint32_t index = 0;  // 0: there is no such VXLAN device
+        std::uint32_t master = 0;
         std::optional<Lanx::IpGenAddr> local;
         bool isVlanAware = false;
     };
-    struct Found {
-        std::optional<Lanx::IpGenAddr> vtep;  // of the device's half
-        bool hasBridgeHalf = false;
+    struct Half {  // as the kernel has it
+        bool isThere = false;
+        std::uint32_t port = 0;
+        std::uint16_t state = 0;
+        std::uint8_t flags = 0;
+        std::optional<Lanx::IpGenAddr> vtep;
     };
-    using Entries = std::map<Bridging::MacVlanPair, Lanx::IpGenAddr>;
+    struct Entry {
+        Half own, bridge;
+    };
+    struct Table {  // a dump
+        std::map<Lanx::EthAddr, Half> own;
+        std::map<std::pair<Lanx::EthAddr, std::uint16_t>, Half> bridge;
+    };
 
-    void readLink();
-    std::map<Lanx::EthAddr, Found> readEntries() const;
-    bool isForeign(const Bridging::MacVlanPair& key);
-    void program(const Bridging::MacVlanPair& key, const Lanx::IpGenAddr& vtep);
-    void remove(const Bridging::MacVlanPair& key);
+    bool readLink();
+    bool readTable(Table& table) const;
+    Entry entryIn(const Table& table, const Bridging::MacVlanPair& key) const;
+    bool readEntry(const Bridging::MacVlanPair& key, Entry& entry);
+    bool readHalf(const Bridging::MacVlanPair& key, std::uint8_t which, Half& half);
+    static Half halfIn(const nlmsghdr* message);
+
+    // The VTEP the host is to be reached through from here.
+    std::optional<Lanx::IpGenAddr> target(const Bridging::MacVlanPair& key) const;
+    bool isOurs(const Half& own, const Bridging::MacVlanPair& key) const;
+    bool leadsHere(const Half& bridge) const { return bridge.isThere && bridge.port == link_.index; }
+    bool isRight(const Bridging::MacVlanPair& key, const Entry& entry) const;
+    bool isSharedMac(const Bridging::MacVlanPair& key) const;
+    void settle(const Bridging::MacVlanPair& key);
+    void make(const Bridging::MacVlanPair& key, const Lanx::IpGenAddr& vtep, const Entry& entry);
+    void unmake(const Bridging::MacVlanPair& key, const Entry& entry);
+
+    std::uint16_t vlanOf(const Bridging::MacVlanPair& key) const {
+        return link_.isVlanAware ? key.vlanId().value() : std::uint16_t(0);
+    }
     int request(std::uint16_t type, std::uint16_t flags, std::uint8_t halves, const Bridging::MacVlanPair& key,
                 const Lanx::IpGenAddr* vtep, const Netlink::Visit& answer = {});
-    void fail(const char* what, const Bridging::MacVlanPair& key, int error);
-    void readNotes();
-    void note(char sign, const Bridging::MacVlanPair& key);
+    void fail(const Quil::String& what);
+    void guarded(const std::function<void()>& run);
 
     const Quil::String name_;
     const std::uint16_t vlan_;
-    const Quil::String notesPath_;
-    std::ofstream notes_;
+    Notes notes_;
     Netlink::Socket socket_;
     Link link_;
-    Entries wanted_;
-    Entries made_;                           // as far as is known; an address of 0.0.0.0: before this process
-    std::set<Bridging::MacVlanPair> noted_;  // in the file
+    Notes::Entries wanted_;
+    std::deque<Bridging::MacVlanPair> differing_;
     bool hasFailed_ = false;
-    Quil::Counter programmed_{"kernelFdbProgrammed"}, removed_{"kernelFdbRemoved"}, mended_{"kernelFdbMended"},
+    Quil::Counter made_{"kernelFdbMade"}, removed_{"kernelFdbRemoved"}, mended_{"kernelFdbMended"},
         foreign_{"kernelFdbForeign"}, errors_{"kernelFdbErrors"};
 };
 

@@ -1,13 +1,15 @@
-// kernel-fdb: programs every host that is behind a VTEP into a VXLAN device of this machine, and removes it again.
+// kernel-fdb: programs every host that is behind a VTEP into a VXLAN device of this network namespace, and removes it
+// again.
 //
 //   L2RIB_KERNEL_FDB            the devices, separated by commas: "vx100" for the hosts of all VLANs, "vx100=10" for
 //   those of
 //                               VLAN 10. Hosts of a VLAN-aware bridge are programmed with their VLAN.
 //   L2RIB_KERNEL_FDB_OWN_VTEP   where the table is another switch's: the VTEP behind which its own ports are
-//
 //   L2RIB_KERNEL_FDB_INTERVAL   seconds (60) after which the kernel's table is read again and what differs is mended;
-//   after an
-//                               error that is done within a second
+//   after
+//                               an error that is done within a second
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <list>
 #include <optional>
@@ -22,10 +24,21 @@ namespace {
 
 constexpr Quil::Seconds retryInterval = 1;
 
+// Notes of devices of one name in two namespaces are told apart.
+Quil::String notesPath(const Quil::String& root, const Quil::String& device) {
+    struct stat status {};
+    if (stat("/proc/self/ns/net", &status) != 0) throw Quil::SystemException("kernel-fdb: no /proc/self/ns/net");
+    const Quil::String directory = Plugins::setting("Q7_CHROOT") + root;
+    Mem::Files::makeDirectories(directory);
+    return Quil::cat(directory, "/kernel-fdb.", device, ".", status.st_ino);
+}
+
+// It asks for the hosts of all sources and filters itself: so it is told when a host goes over to a source that is not
+// wanted.
 class Programmer : public L2Rib::L2RibClientSm {
  public:
-    explicit Programmer(const Quil::Ptr<L2Rib::Plugin::Context>& context)
-        : L2RibClientSm("kernel-fdb", context), mender_(*this, context->clock()) {
+    Programmer(const Quil::Ptr<L2Rib::Plugin::Context>& context, std::uint32_t sources)
+        : L2RibClientSm("kernel-fdb", context), sources_(sources), mender_(*this, context->clock()) {
         const Quil::String devices = Plugins::setting("L2RIB_KERNEL_FDB");
         if (devices.empty()) throw Quil::RangeException("is not set: the VXLAN devices to program", "L2RIB_KERNEL_FDB");
         Quil::atField("L2RIB_KERNEL_FDB", [&] { addDevices(devices, context->entityManager()->root()); });
@@ -33,25 +46,16 @@ class Programmer : public L2Rib::L2RibClientSm {
             Quil::atField("L2RIB_KERNEL_FDB_OWN_VTEP", [&] { ownVtep_ = Lanx::IpGenAddr(own); });
         }
         if (const auto interval = Plugins::setting("L2RIB_KERNEL_FDB_INTERVAL"); !interval.empty()) {
-            if (!Quil::parseNumber(interval, mendInterval_) || !(mendInterval_ >= 0.1 && mendInterval_ <= 86400)) {
+            if (!Quil::parseNumber(interval, interval_) || !(interval_ >= 0.1 && interval_ <= 86400)) {
                 throw Quil::RangeException("< 0.1 or > 86400 not allowed", "L2RIB_KERNEL_FDB_INTERVAL " + interval);
             }
         }
-        mender_.wakeupTimeIs(context->clock()->now() + std::min(retryInterval, mendInterval_));
+        mender_.wakeupTimeIs(context->clock()->now() + soon());
     }
 
-    void doAddHost(const Bridging::MacVlanPair& key) override { doUpdateHost(key); }
-    void doUpdateHost(const Bridging::MacVlanPair& key) override {
-        const auto vtep = vtepOf(key);
-        for (FdbDevice& device : devices_) {
-            if (device.serves(key)) vtep ? device.hostIs(key, *vtep) : device.hostDel(key);
-        }
-        retrySoon();
-    }
-    void doRemoveHost(const Bridging::MacVlanPair& key) override {
-        for (FdbDevice& device : devices_) device.hostDel(key);
-        retrySoon();
-    }
+    void doAddHost(const Bridging::MacVlanPair& key) override { hostIs(key); }
+    void doUpdateHost(const Bridging::MacVlanPair& key) override { hostIs(key); }
+    void doRemoveHost(const Bridging::MacVlanPair& key) override { hostIs(key); }
 
  private:
     struct Mender : Quil::Clock::NotifieeConst {
@@ -69,38 +73,70 @@ class Programmer : public L2Rib::L2RibClientSm {
                 throw Quil::RangeException(item + ": is no device");
             const std::uint16_t vlan =
                 hasVlan ? Bridging::VlanId(item.substr(name.size() + 1)).value() : std::uint16_t(0);
-            devices_.emplace_back(name, vlan, root + "/kernel-fdb." + name);
+            devices_.emplace_back(name, vlan, notesPath(root, name));
             at = end + 1;
         }
     }
 
-    // Where the host is reached; none when it is not behind a VTEP.
+    // Where the host is reached; none when it is not wanted, or not behind a VTEP.
     std::optional<Lanx::IpGenAddr> vtepOf(const Bridging::MacVlanPair& key) const {
         L2Rib::HostAndSource record;
-        if (!l2RibOutput()->host(key, record) || !(record.host().next() == L2Rib::ObjTuple())) return std::nullopt;
+        if (!l2RibOutput()->host(key, record) || (record.source() & sources_) == 0) return std::nullopt;
+        if (!(record.host().next() == L2Rib::ObjTuple())) return std::nullopt;
         const L2Rib::CiDest& dest = record.host().ciDest();
         if (dest.destType() == L2Rib::destTypeIntf) return ownVtep_;
         if (dest.destType() != L2Rib::destTypeVxlan) return std::nullopt;
-        return dest.vtepAddr(L2Rib::CiVtepIndex(0));
+        const Lanx::IpGenAddr vtep = dest.vtepAddr(L2Rib::CiVtepIndex(0));
+        return vtep == Lanx::IpGenAddr() ? std::nullopt : std::optional(vtep);
     }
 
-    void retrySoon() {
-        const bool failed = std::any_of(devices_.begin(), devices_.end(), [](const auto& d) { return d.hasFailed(); });
-        const Quil::Seconds soon = clock()->now() + retryInterval;
-        if (failed && mender_.wakeupTime() > soon) mender_.wakeupTimeIs(soon);
+    // By what the table says now.
+    void hostIs(const Bridging::MacVlanPair& key) {
+        const auto vtep = vtepOf(key);
+        for (FdbDevice& device : devices_) {
+            if (device.serves(key)) vtep ? device.hostIs(key, *vtep) : device.hostDel(key);
+        }
+        if (hasFailed() && mender_.wakeupTime() > clock()->now() + soon()) lookSoon();
     }
 
     void mend() {
-        // Everything wanted is known when one synchronisation is through and nothing waits for review.
-        const bool sweep = reviewedOnce() && changedHost().empty() && l2RibOutput()->hostControl().isReadable();
-        for (FdbDevice& device : devices_) device.mend(sweep);
-        mender_.wakeupTimeIs(clock()->now() + (sweep ? mendInterval_ : std::min(retryInterval, mendInterval_)));
-        retrySoon();
+        const auto& table = l2RibOutput()->hostControl();
+        // What the table said before it could be read was nothing: everything is delivered once more.
+        if (!wasReadable_ && table.isReadable()) {
+            wasReadable_ = true;
+            doReplayHosts();
+            return lookSoon();
+        }
+        if (!isWorking_) look(wasReadable_ && reviewedOnce() && table.corruptions() == 0);
+        isWorking_ = false;
+        for (FdbDevice& device : devices_) isWorking_ = device.work() || isWorking_;
+        const bool isEarly = !wasReadable_ || !reviewedOnce() || hasFailed();
+        mender_.wakeupTimeIs(clock()->now() + (isWorking_ ? 0 : isEarly ? soon() : interval_));
     }
 
+    // everythingIsKnown: what is not wanted is over, unless a review of it is due.
+    void look(bool everythingIsKnown) {
+        for (FdbDevice& device : devices_) {
+            // Who was missed, such as a host that vanished while its handler ran, is found here.
+            for (const auto& [key, vtep] : Notes::Entries(device.wanted())) {
+                if (everythingIsKnown && vtepOf(key) != vtep) hostIs(key);
+            }
+            device.look([&](const auto& key) { return everythingIsKnown && !changedHost().contains(key); });
+        }
+    }
+
+    Quil::Seconds soon() const { return std::min(retryInterval, interval_); }
+    void lookSoon() { mender_.wakeupTimeIs(clock()->now() + soon()); }
+    bool hasFailed() const {
+        return std::any_of(devices_.begin(), devices_.end(), [](const FdbDevice& d) { return d.hasFailed(); });
+    }
+
+    const std::uint32_t sources_;
     std::list<FdbDevice> devices_;
     std::optional<Lanx::IpGenAddr> ownVtep_;
-    Quil::Seconds mendInterval_ = 60;
+    Quil::Seconds interval_ = 60;
+    bool wasReadable_ = false;
+    bool isWorking_ = false;  // through what the last look found
     Mender mender_;
 };
 
@@ -108,6 +144,6 @@ class Programmer : public L2Rib::L2RibClientSm {
 }  // namespace KernelFdb
 
 void l2ribPluginInit(const Quil::Ptr<L2Rib::Plugin::Context>& context) {
-    static const auto programmer = Quil::makePtr<KernelFdb::Programmer>(context);
-    programmer->sourceFilterIs(Plugins::sourceFilter());
+    static const auto programmer = Quil::makePtr<KernelFdb::Programmer>(context, Plugins::sourceFilter());
+    programmer->sourceFilterIs(L2Rib::sourceAll);
 }

@@ -77,10 +77,9 @@ TEST_F(ConsumerTest, KernelFdbProgramsSweepsMendsAndLeavesOthersAlone) {
     const bool isVlanAware = command(in + "ip link add br0 type bridge vlan_filtering 1");
     ASSERT_TRUE(isVlanAware || command(in + "ip link add br0 type bridge"));
     const std::string vlan = isVlanAware ? "vlan 10 " : "";
-    ASSERT_TRUE(command(in + "ip link add vx100 type vxlan id 100 local 10.0.0.4 dstport 4789 nolearning"));
-    ASSERT_TRUE(command(in + "ip link set vx100 master br0 up"));
-    ASSERT_TRUE(!isVlanAware || command(in + "bridge vlan add dev vx100 vid 10"));
-    ASSERT_TRUE(command(in + "bridge fdb add 02:aa:aa:aa:aa:01 dev vx100 dst 10.9.9.9 self static"));
+    ASSERT_TRUE(command(in + "ip link add p1 type veth peer name p1x"));
+    ASSERT_TRUE(command(in + "ip link set p1 master br0 up"));
+    ASSERT_TRUE(command(in + "bridge fdb add 46:c4:f7:00:4d:14 dev p1 " + vlan + "master static"));
     const auto has = [&](const std::string& mac, const std::string& rest) {
         return command(in + "bridge fdb show dev vx100 | grep '^" + mac + " " + rest + "'");
     };
@@ -99,13 +98,21 @@ TEST_F(ConsumerTest, KernelFdbProgramsSweepsMendsAndLeavesOthersAlone) {
     std::optional<test::Child> programmer(std::in_place, words);
     programmer->readUntil("ready");
 
-    // A VTEP, a port of the table's own switch, one that is behind this very switch, and someone else's entry.
+    // The device comes later than the plug-in.
+    usleep(300000);
+    ASSERT_TRUE(command(in + "ip link add vx100 type vxlan id 100 local 10.0.0.4 dstport 4789 nolearning"));
+    ASSERT_TRUE(command(in + "bridge fdb add 02:aa:aa:aa:aa:01 dev vx100 dst 10.9.9.9 self static"));
+    ASSERT_TRUE(command(in + "ip link set vx100 master br0 up"));
+    ASSERT_TRUE(!isVlanAware || command(in + "bridge vlan add dev vx100 vid 10"));
+    // A VTEP, a port of the table's own switch, one that is behind this very switch, and someone else's entries.
     EXPECT_TRUE(eventually([&] { return has("02:00:00:00:01:01", "dst 10.0.0.2 self extern_learn"); }));
     EXPECT_TRUE(has("02:00:00:00:01:01", vlan + "extern_learn master br0"));
     EXPECT_TRUE(eventually([&] { return has("5e:55:04:3b:d3:af", "dst 10.0.0.1 self extern_learn"); }));
     EXPECT_FALSE(has("02:00:00:00:01:03", ""));
     EXPECT_TRUE(has("02:aa:aa:aa:aa:01", "dst 10.9.9.9 self static"));
     EXPECT_FALSE(has("02:aa:aa:aa:aa:01", "dst 10.0.0.1"));
+    EXPECT_FALSE(has("46:c4:f7:00:4d:14", ""));
+    EXPECT_TRUE(command(in + "bridge fdb show dev p1 | grep '^46:c4:f7:00:4d:14 " + vlan + "master br0 static'"));
 
     // Drift of either half is mended.
     ASSERT_TRUE(command(in + "bridge fdb del 02:00:00:00:01:01 dev vx100 self"));
@@ -117,12 +124,14 @@ TEST_F(ConsumerTest, KernelFdbProgramsSweepsMendsAndLeavesOthersAlone) {
     programmer->kill(SIGKILL);
     programmer->wait();
     std::ofstream(scratch.path() + "/one.json")
-        << R"([{"mac":"02:00:00:00:01:01","ifname":"vxp","dst":"10.0.0.7","flags":["self","extern_learn"],"state":""},)"
+        << R"([{"mac":"02:00:00:00:02:01","ifname":"vxp","dst":"2001:db8::1","flags":["self","extern_learn"],"state":""},)"
+           R"({"mac":"02:00:00:00:01:01","ifname":"vxp","dst":"10.0.0.7","flags":["self","extern_learn"],"state":""},)"
            R"({"mac":"02:00:00:00:01:01","ifname":"vxp","flags":["extern_learn"],"master":"br0","state":""}])";
     agent(scratch.path() + "/one.json");
     programmer.emplace(words);
     EXPECT_TRUE(eventually([&] { return has("02:00:00:00:01:01", "dst 10.0.0.7 self extern_learn"); }));
     EXPECT_TRUE(eventually([&] { return !has("5e:55:04:3b:d3:af", ""); }));
+    EXPECT_FALSE(has("02:00:00:00:02:01", ""));  // refused by the kernel: no half of it is left
     EXPECT_TRUE(has("02:aa:aa:aa:aa:01", "dst 10.9.9.9 self static"));
     programmer->kill(SIGTERM);
     EXPECT_EQ(programmer->wait(), 0) << programmer->rest();
