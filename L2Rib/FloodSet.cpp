@@ -15,12 +15,14 @@ void FloodSet::destSetIs(const Dest& dest, bool flag) {
     if (!isNew && at->second == flag) return;
     at->second = flag;
     notifiees_.forEach([&](NotifieeConst& n) { n.onDestSet(dest); });
+    fwkChanged();
 }
 
 bool FloodSet::destSetDel(const Dest& dest) {
     const auto node = destSet_.extract(dest);
     if (node.empty()) return false;
     notifiees_.forEach([&](NotifieeConst& n) { n.onDestSet(node.key()); });
+    fwkChanged();
     return true;
 }
 
@@ -35,7 +37,9 @@ void FloodSet::fwkDeclare(Quil::TypeBuilder<FloodSet>& type) {
         .creator<Lanx::EthAddr>([](const Lanx::EthAddr& macAddr) { return Quil::makePtr<FloodSet>(macAddr); })
         .attribute("macAddr", &FloodSet::macAddr)
         .attribute("floodSetType", &FloodSet::floodSetType, &FloodSet::floodSetTypeIs)
-        .attribute("destSet", [](const FloodSet& set) { return Quil::mapText(set.destSet()); });
+        .members(
+            "destSet", [](const FloodSet& set) -> const auto& { return set.destSet(); }, &FloodSet::destSetIs,
+            &FloodSet::destSetDel, &FloodSet::destSetDelAll);
 }
 
 VlanFloodSet::VlanFloodSet(const Bridging::VlanId& vlanId) : Entity(vlanId.str()), vlanId_(vlanId) {}
@@ -47,7 +51,9 @@ void VlanFloodSet::fwkDeclare(Quil::TypeBuilder<VlanFloodSet>& type) {
     type.name("L2Rib::VlanFloodSet")
         .creator<Bridging::VlanId>([](Bridging::VlanId vlanId) { return Quil::makePtr<VlanFloodSet>(vlanId); })
         .attribute("vlanId", &VlanFloodSet::vlanId)
-        .attribute("floodSet", [](const VlanFloodSet& set) { return Quil::keysText(set.floodSet()); });
+        .children(
+            "floodSet", [](const VlanFloodSet& set) -> const auto& { return set.floodSet(); },
+            &VlanFloodSet::floodSetIs, &VlanFloodSet::floodSetDel, &VlanFloodSet::floodSetDelAll);
 }
 
 }  // namespace L2Rib

@@ -11,7 +11,9 @@ void FloodSetOutput::fwkDeclare(Quil::TypeBuilder<FloodSetOutput>& type) {
     type.name("L2Rib::FloodSetOutput")
         .creator<Quil::Name>(&floodSetOutputFactory)
         .attribute("source", &FloodSetOutput::source, &FloodSetOutput::sourceIs)
-        .attribute("vlanFloodSet", [](const FloodSetOutput& out) { return Quil::keysText(out.vlanFloodSet()); });
+        .children(
+            "vlanFloodSet", [](const FloodSetOutput& out) -> const auto& { return out.vlanFloodSet(); },
+            &FloodSetOutput::vlanFloodSetIs, &FloodSetOutput::vlanFloodSetDel, &FloodSetOutput::vlanFloodSetDelAll);
 }
 
 Quil::Ptr<FloodSetOutput> floodSetOutputFactory(const Quil::Name& name) { return Quil::makePtr<FloodSetOutput>(name); }

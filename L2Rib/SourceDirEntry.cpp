@@ -63,7 +63,9 @@ void SourceDirEntry::fwkDeclare(Quil::TypeBuilder<SourceDirEntry>& type) {
         .attribute("source", &E::source, &E::sourceIs)
         .attribute("multiTable", &E::multiTable)
         .attribute("initialized", &E::initialized, &E::initializedIs)
-        .attribute("vlanFloodSet", [](const E& entry) { return Quil::keysText(entry.vlanFloodSet()); });
+        .children(
+            "vlanFloodSet", [](const E& entry) -> const auto& { return entry.vlanFloodSet(); }, &E::vlanFloodSetIs,
+            &E::vlanFloodSetDel, &E::vlanFloodSetDelAll);
 }
 
 AgentSourceDir::AgentSourceDir(Quil::Name name) : Entity(std::move(name)) {}
@@ -74,7 +76,9 @@ const Quil::Type& AgentSourceDir::fwkType() const { return Quil::typeOf<AgentSou
 void AgentSourceDir::fwkDeclare(Quil::TypeBuilder<AgentSourceDir>& type) {
     type.name("L2Rib::AgentSourceDir")
         .creator<Quil::Name>(&agentSourceDirFactory)
-        .attribute("source", [](const AgentSourceDir& dir) { return Quil::keysText(dir.source()); });
+        .children(
+            "source", [](const AgentSourceDir& dir) -> const auto& { return dir.source(); }, &AgentSourceDir::sourceIs,
+            &AgentSourceDir::sourceDel, &AgentSourceDir::sourceDelAll);
 }
 
 Quil::Ptr<SourceDirEntry> sourceDirEntryFactory(const Quil::Name& name) { return Quil::makePtr<SourceDirEntry>(name); }

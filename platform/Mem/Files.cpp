@@ -39,10 +39,6 @@ FileDescriptor openWith(const Quil::String& path, int flags) {
 
 }  // namespace
 
-FileDescriptor::~FileDescriptor() {
-    if (fd_ >= 0) close(fd_);
-}
-
 void Files::makeDirectories(const Quil::String& path) {
     for (std::size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
         const Quil::String part = path.substr(0, slash);

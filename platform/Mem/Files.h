@@ -6,29 +6,13 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <utility>
 
 #include "Quil/Exception.h"
+#include "Quil/FileDescriptor.h"
 
 namespace Mem {
 
-// Owns a file descriptor.
-class L2RIB_EXPORT FileDescriptor {
- public:
-    FileDescriptor() = default;
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    ~FileDescriptor();
-    int get() const { return fd_; }
-    explicit operator bool() const { return fd_ >= 0; }
-
- private:
-    int fd_ = -1;
-};
+using Quil::FileDescriptor;
 
 // Owner may write, the group read: what a table's files are made with, whatever the umask says.
 constexpr mode_t tableFileMode = 0640;

@@ -41,6 +41,13 @@ class AttrLogReader {
     AttrLogReader(const std::uint8_t* data, std::size_t size) : next_(data), left_(size) {}
     explicit AttrLogReader(const std::vector<std::uint8_t>& bytes) : AttrLogReader(bytes.data(), bytes.size()) {}
     bool atEnd() const { return left_ == 0; }
+    // The value that the rest of the log is.
+    template <class T>
+    T getLast() {
+        T value = get<T>();
+        if (!atEnd()) throw RangeException(cat("attribute log has ", left_, " bytes too many"));
+        return value;
+    }
 
     void readBytes(void* data, std::size_t size) { std::memcpy(data, take(size), size); }
     template <class T>

@@ -17,7 +17,7 @@ template <class Key, class Child, class N>
 class Children {
  public:
     Children(Entity* owner, NotifieeList<N>& notifiees, void (N::*onKey)(const Key&))
-        : children_(owner), notifiees_(notifiees), onKey_(onKey) {}
+        : owner_(owner), children_(owner), notifiees_(notifiees), onKey_(onKey) {}
 
     // The existing child, silently, or a new one.
     Ptr<Child> is(const Key& key) {
@@ -50,7 +50,9 @@ class Children {
     }
     void notify(const Key& key) {
         notifiees_.forEach([&](N& notifiee) { (notifiee.*onKey_)(key); });
+        owner_->fwkChanged();
     }
+    Entity* const owner_;
     Collection<Key, Child> children_;
     NotifieeList<N>& notifiees_;
     void (N::*const onKey_)(const Key&);

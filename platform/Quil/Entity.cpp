@@ -4,6 +4,8 @@
 
 namespace Quil {
 
+EntityObserver::~EntityObserver() = default;
+
 Entity::~Entity() = default;
 
 String Entity::fullName() const {

@@ -11,6 +11,14 @@
 namespace Quil {
 
 class Type;
+class Entity;
+
+// Told of every change of an entity, whatever its type: for replication. What has changed it finds out itself.
+class L2RIB_EXPORT EntityObserver {
+ public:
+    virtual ~EntityObserver();
+    virtual void onEntityChanged(const Entity& entity) = 0;
+};
 
 class L2RIB_EXPORT Entity : public Counted {
  public:
@@ -25,6 +33,11 @@ class L2RIB_EXPORT Entity : public Counted {
     void parentIs(Entity* parent);
     // The framework's description of this type; see TypeRegistry.h.
     virtual const Type& fwkType() const;
+    // After the watchers of its type have been told.
+    void fwkChanged() const {
+        observers_.forEach([this](EntityObserver& observer) { observer.onEntityChanged(*this); });
+    }
+    NotifieeList<EntityObserver>& fwkObservers() const { return observers_; }
 
  protected:
     virtual void handleParent(Entity* parent);
@@ -32,15 +45,17 @@ class L2RIB_EXPORT Entity : public Counted {
     // Stores a scalar attribute and notifies when the value changes:
     //   void currentIs(U64 v) { setAndNotify(current_, v, notifiees_, &NotifieeConst::onCurrent); }
     template <class T, class N>
-    static void setAndNotify(T& field, const T& value, NotifieeList<N>& list, void (N::*onChange)()) {
+    void setAndNotify(T& field, const T& value, NotifieeList<N>& list, void (N::*onChange)()) {
         if (field == value) return;
         field = value;
         list.forEach([&](N& notifiee) { (notifiee.*onChange)(); });
+        fwkChanged();
     }
 
  private:
     const Name name_;
     Entity* parent_ = nullptr;
+    mutable NotifieeList<EntityObserver> observers_;
 };
 
 }  // namespace Quil

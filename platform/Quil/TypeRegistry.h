@@ -13,6 +13,7 @@
 #include <map>
 #include <vector>
 
+#include "Quil/AttrLog.h"
 #include "Quil/Entity.h"
 #include "Quil/Value.h"
 
@@ -22,6 +23,19 @@ struct Attribute {
     String name;
     std::function<String(const Entity&)> get;         // the value text
     std::function<void(Entity&, const String&)> set;  // empty for a read-only attribute
+
+    // The wire form, as entities are replicated; empty functions where an attribute is not: of what is derived,
+    // nothing.
+    using Bytes = std::vector<std::uint8_t>;
+    std::function<void(const Entity&, AttrLogWriter&)> write;  // of a scalar
+    std::function<void(Entity&, AttrLogReader&)> read;
+    // Of a collection: visits key, value (empty for children) and child (null for members).
+    using Visit = std::function<void(const Bytes& key, const Bytes& value, const Entity* child)>;
+    std::function<void(const Entity&, const Visit&)> forEach;
+    std::function<void(Entity&, AttrLogReader& key, AttrLogReader& value)> keyIs;
+    std::function<void(Entity&, AttrLogReader& key)> keyDel;
+    std::function<void(Entity&)> delAll;
+    std::function<Ptr<Entity>(Entity&, AttrLogReader& key)> child;  // null when there is none
 };
 
 class L2RIB_EXPORT Type {
@@ -110,14 +124,65 @@ class TypeBuilder {
     }
     template <class Get>
     TypeBuilder& attribute(String attributeName, Get get) {
-        type_.attributes.push_back({std::move(attributeName), getter(get), {}});
+        Attribute a;
+        a.name = std::move(attributeName);
+        a.get = getter(get);
+        type_.attributes.push_back(std::move(a));
         return *this;
     }
     template <class Get, class V>
     TypeBuilder& attribute(String attributeName, Get get, void (E::*set)(V)) {
-        type_.attributes.push_back({std::move(attributeName), getter(get), [set](Entity& entity, const String& text) {
-                                        (static_cast<E&>(entity).*set)(valueOf<std::decay_t<V>>(text));
-                                    }});
+        using Value = std::decay_t<V>;
+        Attribute a;
+        a.name = std::move(attributeName);
+        a.get = getter(get);
+        a.set = [set](Entity& entity, const String& text) { (static_cast<E&>(entity).*set)(valueOf<Value>(text)); };
+        a.write = [get](const Entity& entity, AttrLogWriter& log) {
+            log.write<Value>(std::invoke(get, static_cast<const E&>(entity)));
+        };
+        a.read = [set](Entity& entity, AttrLogReader& log) { (static_cast<E&>(entity).*set)(log.getLast<Value>()); };
+        type_.attributes.push_back(std::move(a));
+        return *this;
+    }
+    // A collection of values: get returns a map from key to value.
+    template <class Get, class Is, class Del>
+    TypeBuilder& members(String attributeName, Get get, Is is, Del del, void (E::*delAll)()) {
+        using Map = std::decay_t<std::invoke_result_t<Get, const E&>>;
+        using Key = typename Map::key_type;
+        using Value = typename Map::mapped_type;
+        Attribute a = collection(std::move(attributeName), del, delAll, std::type_identity<Key>());
+        a.get = [get](const Entity& entity) { return textOf(mapText(get(static_cast<const E&>(entity)))); };
+        a.forEach = [get](const Entity& entity, const Attribute::Visit& visit) {
+            for (const auto& [key, value] : get(static_cast<const E&>(entity))) {
+                visit(bytesOf(key), bytesOf(value), nullptr);
+            }
+        };
+        a.keyIs = [is](Entity& entity, AttrLogReader& key, AttrLogReader& value) {
+            const Key wanted = key.getLast<Key>();
+            std::invoke(is, static_cast<E&>(entity), wanted, value.getLast<Value>());
+        };
+        type_.attributes.push_back(std::move(a));
+        return *this;
+    }
+    // A collection of child entities: get returns a map from key to child.
+    template <class Get, class Is, class Del>
+    TypeBuilder& children(String attributeName, Get get, Is is, Del del, void (E::*delAll)()) {
+        using Map = std::decay_t<std::invoke_result_t<Get, const E&>>;
+        using Key = typename Map::key_type;
+        Attribute a = collection(std::move(attributeName), del, delAll, std::type_identity<Key>());
+        a.get = [get](const Entity& entity) { return textOf(keysText(get(static_cast<const E&>(entity)))); };
+        a.forEach = [get](const Entity& entity, const Attribute::Visit& visit) {
+            for (const auto& [key, child] : get(static_cast<const E&>(entity))) visit(bytesOf(key), {}, child.get());
+        };
+        a.keyIs = [is](Entity& entity, AttrLogReader& key, AttrLogReader&) {
+            std::invoke(is, static_cast<E&>(entity), key.getLast<Key>());
+        };
+        a.child = [get](Entity& entity, AttrLogReader& key) -> Ptr<Entity> {
+            const Map& all = get(static_cast<const E&>(entity));
+            const auto found = all.find(key.getLast<Key>());
+            return found == all.end() ? Ptr<Entity>() : Ptr<Entity>(found->second);
+        };
+        type_.attributes.push_back(std::move(a));
         return *this;
     }
     Type take() { return std::move(type_); }
@@ -126,6 +191,22 @@ class TypeBuilder {
     template <class Get>
     static std::function<String(const Entity&)> getter(Get get) {
         return [get](const Entity& entity) { return textOf(std::invoke(get, static_cast<const E&>(entity))); };
+    }
+    template <class T>
+    static Attribute::Bytes bytesOf(const T& value) {
+        AttrLogWriter log;
+        log.write(value);
+        return log.bytes();
+    }
+    template <class Key, class Del>
+    static Attribute collection(String attributeName, Del del, void (E::*delAll)(), std::type_identity<Key>) {
+        Attribute a;
+        a.name = std::move(attributeName);
+        a.keyDel = [del](Entity& entity, AttrLogReader& key) {
+            std::invoke(del, static_cast<E&>(entity), key.getLast<Key>());
+        };
+        a.delAll = [delAll](Entity& entity) { (static_cast<E&>(entity).*delAll)(); };
+        return a;
     }
     template <class... Args, class F, std::size_t... I>
     static Ptr<Entity> invoke(F make, const std::vector<String>& args, std::index_sequence<I...>) {

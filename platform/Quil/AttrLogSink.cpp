@@ -1,0 +1,126 @@
+#include "Quil/AttrLogSink.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+
+#include "Quil/LocalSocket.h"
+#include "Quil/Trace.h"
+
+namespace Quil {
+
+AttrLogSink::AttrLogSink(EventLoop& loop, String directory, String name, Ptr<Entity> root,
+                         std::function<void()> onState, std::uint16_t startAt)
+    : NotifieeConst(loop.clock()),
+      loop_(loop),
+      directory_(std::move(directory)),
+      name_(std::move(name)),
+      root_(std::move(root)),
+      onState_(std::move(onState)),
+      startAt_(startAt) {
+    wakeupTimeIs(clock().now());
+}
+
+AttrLogSink::~AttrLogSink() = default;
+
+void AttrLogSink::onTime() {
+    wakeupTimeIs(clock().now() + connectRetry);
+    fd_ = LocalSocket::connect(directory_, name_.c_str(), SOCK_STREAM);
+    if (!fd_) return;
+    AttrLogWriter hello;
+    hello.write(AttrLogHello::magicNumber);
+    hello.write(AttrLogHello::currentVersion);
+    hello.write(startAt_);
+    const auto size = static_cast<ssize_t>(hello.bytes().size());
+    if (!LocalSocket::isTrusted(fd_.get()) ||
+        send(fd_.get(), hello.bytes().data(), hello.bytes().size(), MSG_NOSIGNAL) != size) {
+        fd_ = {};
+        return;
+    }
+    wakeupTimeIs(never);
+    watch_ = std::make_unique<EventLoop::Watch>(loop_, fd_.get(), [this] { receive(); });
+    tell();
+}
+
+void AttrLogSink::disconnect(Seconds pause) {
+    watch_.reset();
+    fd_ = {};
+    buffer_.clear();
+    seen_.clear();
+    isSynchronised_ = false;
+    wakeupTimeIs(clock().now() + pause);
+    tell();
+}
+
+void AttrLogSink::receive() {
+    std::uint8_t bytes[64 << 10];
+    const ssize_t size = recv(fd_.get(), bytes, sizeof bytes, MSG_DONTWAIT);
+    if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    if (size <= 0) return disconnect(connectRetry);
+    buffer_.insert(buffer_.end(), bytes, bytes + size);
+    try {
+        takeRecords();
+    } catch (const RangeException& error) {
+        Trace::handler("Quil::AttrLog").log(3, [&] {
+            return cat("the source ", directory_, "/", name_, " is disconnected: ", error.what());
+        });
+        disconnect(faultPause);
+    }
+}
+
+bool AttrLogSink::takeRecords() {
+    std::size_t at = 0;
+    while (buffer_.size() - at >= 4) {
+        AttrLogReader length(buffer_.data() + at, 4);
+        const auto size = length.get<std::uint32_t>();
+        if (size > AttrLogRecord::maxSize) throw RangeException(cat("a record of ", size, " bytes"));
+        if (buffer_.size() - at - 4 < size) break;
+        apply(AttrLogRecord::parse(buffer_.data() + at + 4, size));
+        at += 4 + size;
+    }
+    buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(at));
+    return true;
+}
+
+void AttrLogSink::apply(const AttrLogRecord& record) {
+    if (record.operation == AttrLogRecord::synchronised) {
+        AttrLogRecord::Path path;
+        removeUnseen(*root_, path);
+        seen_.clear();
+        isSynchronised_ = true;
+        return tell();
+    }
+    record.applyTo(*root_);
+    if (isSynchronised_ || record.operation != AttrLogRecord::keySet) return;
+    AttrLogRecord::Path path = record.path;
+    path.push_back({record.attribute, record.key});
+    seen_.insert(std::move(path));
+}
+
+void AttrLogSink::removeUnseen(Entity& entity, AttrLogRecord::Path& path) {
+    const auto& attributes = entity.fwkType().attributes;
+    for (std::uint16_t i = 0; i < attributes.size(); ++i) {
+        if (!attributes[i].forEach) continue;
+        std::vector<AttrLogRecord::Bytes> unseen, seen;
+        attributes[i].forEach(entity, [&](const auto& key, const auto&, const Entity*) {
+            path.push_back({static_cast<std::uint16_t>(i + 1), key});
+            (seen_.contains(path) ? seen : unseen).push_back(key);
+            path.pop_back();
+        });
+        for (const auto& key : unseen) {
+            AttrLogReader log(key);
+            attributes[i].keyDel(entity, log);
+        }
+        if (!attributes[i].child) continue;
+        for (const auto& key : seen) {
+            AttrLogReader log(key);
+            const Ptr<Entity> child = attributes[i].child(entity, log);
+            if (!child) continue;  // a watcher has removed it
+            path.push_back({static_cast<std::uint16_t>(i + 1), key});
+            removeUnseen(*child, path);
+            path.pop_back();
+        }
+    }
+}
+
+}  // namespace Quil

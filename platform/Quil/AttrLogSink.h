@@ -1,0 +1,58 @@
+// AttrLogSink.h: keeps a tree of entities like one in another process, through its setters: watchers are told as they
+// are there.
+//
+// It connects when the source is there and again when it comes back. After a reconnection everything is sent once more;
+// what is the same tells nobody, and what has gone meanwhile is removed when the source says that it is synchronised.
+// While there is no source, the tree stays as it was.
+//
+// Owner     The process that reads the tree.
+// Threads   Event-loop thread.
+// Errors    A record that is malformed, too long or does not fit the tree closes the connection, with one line at trace
+//           level 3, handle "Quil::AttrLog"; it is tried again a little later.
+#pragma once
+
+#include <memory>
+#include <set>
+
+#include "Quil/AttrLogRecord.h"
+#include "Quil/EventLoop.h"
+#include "Quil/FileDescriptor.h"
+
+namespace Quil {
+
+class L2RIB_EXPORT AttrLogSink : Clock::NotifieeConst {
+ public:
+    // onState: connected, synchronised or disconnected; may be empty. startAt: the first of the root's scalars wanted.
+    AttrLogSink(EventLoop& loop, String directory, String name, Ptr<Entity> root, std::function<void()> onState = {},
+                std::uint16_t startAt = 1);
+    ~AttrLogSink() override;
+
+    bool isConnected() const { return bool(fd_); }
+    bool isSynchronised() const { return isSynchronised_; }
+
+ private:
+    static constexpr Seconds connectRetry = 0.1, faultPause = 0.25;
+    void onTime() override;
+    void receive();
+    bool takeRecords();
+    void apply(const AttrLogRecord& record);
+    void removeUnseen(Entity& entity, AttrLogRecord::Path& path);
+    void disconnect(Seconds pause);
+    void tell() {
+        if (onState_) onState_();
+    }
+
+    EventLoop& loop_;
+    const String directory_, name_;
+    const Ptr<Entity> root_;
+    const std::function<void()> onState_;
+    const std::uint16_t startAt_;
+    FileDescriptor fd_;
+    std::unique_ptr<EventLoop::Watch> watch_;
+    AttrLogRecord::Bytes buffer_;
+    bool isSynchronised_ = false;
+    std::set<AttrLogRecord::Path>
+        seen_;  // members and children told of since the connection began, until it is in step
+};
+
+}  // namespace Quil

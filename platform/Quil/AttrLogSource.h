@@ -1,0 +1,43 @@
+// AttrLogSource.h: shows a tree of entities to sinks in other processes.
+//
+// A sink is first sent everything: of each entity its scalars, in the order of declaration, then its collections; then
+// that it is synchronised; then what changes. What it was sent is remembered, and what differs is sent when the socket
+// takes it: a slow sink gets the latest value of each attribute, no queue of old ones, and the tree's owner never
+// waits.
+//
+// Owner     The process whose tree it is; the tree outlives it by the counted pointer.
+// Threads   Event-loop thread. Memory for each sink: the values it was sent, and a buffer of bounded size.
+// Errors    SystemException when the socket cannot be made.
+#pragma once
+
+#include <list>
+#include <memory>
+
+#include "Quil/EventLoop.h"
+#include "Quil/FileDescriptor.h"
+#include "Quil/TypeRegistry.h"
+
+namespace Quil {
+
+class L2RIB_EXPORT AttrLogSource {
+ public:
+    // Listens in the directory under this name; open to the owner and its group.
+    AttrLogSource(EventLoop& loop, const String& directory, const String& name, Ptr<const Entity> root);
+    ~AttrLogSource();
+    AttrLogSource(const AttrLogSource&) = delete;
+    AttrLogSource& operator=(const AttrLogSource&) = delete;
+
+    std::size_t numSinks() const { return peers_.size(); }
+
+ private:
+    class Peer;
+    void accept();
+
+    EventLoop& loop_;
+    const Ptr<const Entity> root_;
+    FileDescriptor socket_;
+    std::unique_ptr<EventLoop::Watch> watch_;
+    std::list<std::unique_ptr<Peer>> peers_;
+};
+
+}  // namespace Quil

@@ -1,0 +1,61 @@
+#include "Quil/LocalSocket.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "Quil/Exception.h"
+
+namespace Quil {
+namespace {
+
+struct Address {
+    FileDescriptor directory;
+    sockaddr_un name{};
+
+    Address(const String& path, const char* file) : directory(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+        name.sun_family = AF_UNIX;
+        std::snprintf(name.sun_path, sizeof name.sun_path, "/proc/self/fd/%d/%s", directory.get(), file);
+    }
+    const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&name); }
+};
+
+FileDescriptor makeSocket(int type) { return FileDescriptor(socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)); }
+
+}  // namespace
+
+FileDescriptor LocalSocket::listen(const String& directory, const char* name, int type) {
+    const auto require = [&](bool good, const char* operation) {
+        if (!good) throw SystemException(cat(operation, "(", directory, "/", name, "): ", std::strerror(errno)));
+    };
+    const Address address(directory, name);
+    FileDescriptor fd = makeSocket(type);
+    require(bool(fd), "socket");
+    unlink(address.name.sun_path);
+    require(bind(fd.get(), address.get(), sizeof address.name) == 0, "bind");
+    require(chmod(address.name.sun_path, 0660) == 0, "chmod");
+    require(::listen(fd.get(), 64) == 0, "listen");
+    return fd;
+}
+
+FileDescriptor LocalSocket::connect(const String& directory, const char* name, int type) {
+    const Address address(directory, name);
+    FileDescriptor fd = makeSocket(type);
+    if (!address.directory || !fd || ::connect(fd.get(), address.get(), sizeof address.name) != 0) return {};
+    return fd;
+}
+
+bool LocalSocket::isTrusted(int fd) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
+    return peer.uid == 0 || peer.uid == geteuid() || peer.gid == getegid();
+}
+
+}  // namespace Quil
