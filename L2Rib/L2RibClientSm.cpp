@@ -100,8 +100,9 @@ void L2RibClientSm::sourceFilterIs(std::uint32_t filter) {
     }
     const std::uint32_t change = filter ^ sourceFilter_;
     trace().log(stateLevel, [&] { return cat("  change ", Quil::hex(change)); });
-    for (const auto& [key, delivered] : source_) {
-        if ((delivered.source() & change) == 0) continue;
+    for (const auto& entry : source_) {
+        const MacVlanPair& key = entry.first;
+        if ((entry.second.source() & change) == 0) continue;
         trace().log(detailLevel, [&] { return cat("   Host ", key, " removed"); });
         changedHost_[key] = false;
     }
