@@ -5,6 +5,8 @@
 //           bytes. Network byte order. Attributes count from 1 in the order of declaration, derived ones included.
 #pragma once
 
+#include <tuple>
+
 #include "Quil/TypeRegistry.h"
 
 namespace Quil {
@@ -21,7 +23,9 @@ struct L2RIB_EXPORT AttrLogRecord {
     struct Step {  // from an entity to a child
         std::uint16_t attribute = 0;
         Bytes key;
-        friend auto operator<=>(const Step&, const Step&) = default;
+        friend bool operator<(const Step& a, const Step& b) {
+            return std::tie(a.attribute, a.key) < std::tie(b.attribute, b.key);
+        }
     };
     using Path = std::vector<Step>;
 

@@ -99,7 +99,7 @@ void AttrLogSink::apply(const AttrLogRecord& record) {
 
 void AttrLogSink::removeUnseen(Entity& entity, AttrLogRecord::Path& path) {
     const auto& attributes = entity.fwkType().attributes;
-    for (std::uint16_t i = 0; i < attributes.size(); ++i) {
+    for (std::size_t i = 0; i < attributes.size(); ++i) {
         if (!attributes[i].forEach) continue;
         std::vector<AttrLogRecord::Bytes> unseen, seen;
         attributes[i].forEach(entity, [&](const auto& key, const auto&, const Entity*) {

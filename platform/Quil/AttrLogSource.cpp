@@ -125,15 +125,15 @@ class AttrLogSource::Peer : EntityObserver, Clock::NotifieeConst {
     // What differs from the image, scalars first.
     void send(Image& image) {
         const auto& attributes = image.entity->fwkType().attributes;
-        for (std::uint16_t i = 0; i < attributes.size(); ++i) {
+        for (std::size_t i = 0; i < attributes.size(); ++i) {
             if (attributes[i].write) sendScalar(image, i, attributes[i]);
         }
-        for (std::uint16_t i = 0; i < attributes.size(); ++i) {
+        for (std::size_t i = 0; i < attributes.size(); ++i) {
             if (attributes[i].forEach) sendCollection(image, i, attributes[i]);
         }
     }
 
-    void sendScalar(Image& image, std::uint16_t i, const Attribute& attribute) {
+    void sendScalar(Image& image, std::size_t i, const Attribute& attribute) {
         if (image.path.empty() && i + 1 < startAt_) return;
         AttrLogWriter log;
         attribute.write(*image.entity, log);
@@ -142,7 +142,7 @@ class AttrLogSource::Peer : EntityObserver, Clock::NotifieeConst {
         append(image.path, static_cast<std::uint16_t>(i + 1), AttrLogRecord::set, {}, log.bytes());
     }
 
-    void sendCollection(Image& image, std::uint16_t i, const Attribute& attribute) {
+    void sendCollection(Image& image, std::size_t i, const Attribute& attribute) {
         const auto id = static_cast<std::uint16_t>(i + 1);
         std::map<Bytes, Bytes> members;
         std::map<Bytes, const Entity*> kids;

@@ -22,22 +22,21 @@ class Children {
     // The existing child, silently, or a new one.
     Ptr<Child> is(const Key& key) {
         bool isNew = false;
-        const Ptr<Child> child = children_.childIs(key, [&] {
+        Ptr<Child> child = children_.childIs(key, [&] {
             isNew = true;
             return valid(makePtr<Child>(key));
         });
         if (isNew) notify(key);
         return child;
     }
-    // Null when there is none.
+    // Null when there is none. The key may lie in the child, which is held, but not in all().
     Ptr<Child> del(const Key& key) {
-        const Key gone = key;  // may lie in the child
-        const Ptr<Child> child = children_.childDel(gone);
-        if (child) notify(gone);
+        Ptr<Child> child = children_.childDel(key);
+        if (child) notify(key);
         return child;
     }
     void delAll() {
-        while (!children_.children().empty()) del(children_.children().begin()->first);
+        while (!all().empty()) del(Key(all().begin()->first));
     }
     Ptr<Child> child(const Key& key) const { return children_.child(key); }
     // Ascending by key.
