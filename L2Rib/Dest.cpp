@@ -2,6 +2,7 @@
 
 #include "L2Rib/SchemaFiles.h"
 #include "Quil/Assert.h"
+#include "Quil/AttrLog.h"
 #include "Quil/Trace.h"
 
 namespace L2Rib {
@@ -109,6 +110,15 @@ bool Dest::sameVariant(const Dest& other, const char* function) const {
 bool operator==(const Dest& a, const Dest& b) {
     return a.key_ == b.key_ && a.destType_ == b.destType_ &&
            a.sameVariant(b, "bool L2Rib::Dest::operator==(const L2Rib::Dest&) const");
+}
+
+void Dest::fwkRead(Quil::AttrLogReader& log) {
+    Dest read;
+    log.read(read.key_);
+    log.read(read.storage0_);
+    log.read(read.storage1_);
+    read.destType_ = DestTypeInstance(log.get<std::uint32_t>());
+    *this = read;
 }
 
 bool Dest::equalExceptKey(const Dest& other) const {

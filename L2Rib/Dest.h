@@ -61,6 +61,9 @@ class L2RIB_EXPORT Dest : public Quil::Value<Dest> {
     Quil::String stringValue() const;
     Quil::String str() const { return Quil::cat("(", stringValue(), ")"); }
 
+    // The wire form is that of the fields; the range exception for a kind that is none.
+    void fwkRead(Quil::AttrLogReader& log);
+
     static constexpr auto fwkFields() {
         return Quil::fieldList("L2Rib::Dest", Quil::field("key", &Dest::key_),
                                Quil::field("storage0", &Dest::storage0_), Quil::field("storage1", &Dest::storage1_),

@@ -11,23 +11,32 @@ bool FloodSet::destSet(const Dest& dest) const {
 }
 
 void FloodSet::destSetIs(const Dest& dest, bool flag) {
-    const auto [at, isNew] = destSet_.try_emplace(dest, flag);
-    if (!isNew && at->second == flag) return;
-    at->second = flag;
-    notifiees_.forEach([&](NotifieeConst& n) { n.onDestSet(dest); });
+    auto node = destSet_.extract(dest);
+    const bool isNew = node.empty(), changes = isNew || node.mapped() != flag;
+    if (isNew) {
+        destSet_.emplace(dest, flag);
+    } else {
+        // An equal destination may lie in other bytes; who replicates the set compares those.
+        node.key() = dest;
+        node.mapped() = flag;
+        destSet_.insert(std::move(node));
+    }
     fwkChanged();
+    if (changes) notifiees_.forEach([&](NotifieeConst& n) { n.onDestSet(dest); });
 }
 
 bool FloodSet::destSetDel(const Dest& dest) {
     const auto node = destSet_.extract(dest);
     if (node.empty()) return false;
-    notifiees_.forEach([&](NotifieeConst& n) { n.onDestSet(node.key()); });
     fwkChanged();
+    notifiees_.forEach([&](NotifieeConst& n) { n.onDestSet(node.key()); });
     return true;
 }
 
 void FloodSet::destSetDelAll() {
-    while (!destSet_.empty()) destSetDel(destSet_.begin()->first);
+    std::vector<Dest> dests;  // of now: a watcher may add
+    for (const auto& [dest, flag] : destSet_) dests.push_back(dest);
+    for (const Dest& dest : dests) destSetDel(dest);
 }
 
 const Quil::Type& FloodSet::fwkType() const { return Quil::typeOf<FloodSet>(); }

@@ -108,8 +108,9 @@ bool BucketReaderTable::attach(Quil::Trace& debug, Mem::Directory& directory, Fe
 
 void BucketReaderTable::readCount() {
     // ORDER buckets: the count first. The file is at least as long as the count says, so a mapping made after is too.
-    count_ = Versioned::load(header().count);
+    const Versioned count = Versioned::load(header().count);
     segment_->refresh();  // always: a file that was made shorter must not be believed to be as long as it was
+    count_ = count;       // taken only when the mapping fits it: a refresh may fail
     countWord_ = &header().count;
     links_ = reinterpret_cast<const Mem::Word64*>(segment_->base() + 64);
     // Never more than is mapped, whatever the file says; a bucket's index is taken from the low bits of a hash.

@@ -201,7 +201,8 @@ std::uint64_t ConquerWriter::capacityCap() const {
 std::uint32_t ConquerWriter::chooseCapacity(std::uint64_t& minSeq, std::uint32_t notifications) {
     for (;;) {
         const std::uint64_t capacity = fittingCapacity(survivors(minSeq), notifications);
-        if (capacity <= capacityCap()) return static_cast<std::uint32_t>(capacity);
+        // What the queue has already it may keep: a shrink lowers the cap.
+        if (capacity <= std::max<std::uint64_t>(capacityCap(), capacity_)) return static_cast<std::uint32_t>(capacity);
         if (options_.pruneConquer && waitingForReaders_) {
             waitingForReaders_ = false;
         } else if (options_.pruneConquer && kickSm_ && kickSm_->dropSlowest()) {

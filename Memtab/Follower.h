@@ -76,6 +76,8 @@ class Follower {
         if (gone_.empty()) return std::nullopt;
         return std::move(gone_.extract(gone_.begin()).value());
     }
+    // A key that was taken and could not be delivered.
+    void putBack(const Key& key) { gone_.insert(key); }
     bool hasMarked() const { return !changed_.empty() || !gone_.empty(); }
 
  private:

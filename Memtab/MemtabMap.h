@@ -371,11 +371,16 @@ class MemtabMap : ReaderSm::Front {
     }
 
     ReaderSm::Turn turn() override {
+        struct Unmap {  // when a callback has let go of the table, be it by an exception; while still connected
+            MemtabMap& map;
+            ~Unmap() {
+                if (!map.isFollowing()) map.attached_.reset();
+            }
+        } unmap{*this};
         const InTurn inTurn(inTurn_);
         ReaderSm::Turn result = ReaderSm::Turn::drained;
         if (std::exchange(freshlyAttached_, false)) hooks_.onCollection();
         if (isFollowing()) result = collect();
-        if (!isFollowing()) attached_.reset();
         return result;
     }
 
@@ -401,7 +406,10 @@ class MemtabMap : ReaderSm::Front {
         for (std::size_t i = 0; i < keysPerTurn && isFollowing(); ++i) {
             const auto key = take();
             if (!key) return true;
-            if (shadow_ && !trying([&] { syncShadow(*key); })) return false;
+            if (shadow_ && !trying([&] { syncShadow(*key); })) {
+                follower_.putBack(*key);
+                return false;
+            }
             hooks_.onKey(*key);
         }
         return true;

@@ -29,8 +29,9 @@ bool SlotReaderTable::attach(Quil::Trace& debug, Mem::Directory& directory, Feni
 
 void SlotReaderTable::readCount() {
     // ORDER slots, with SlotWriterTable::grow: the count first; a mapping made after it covers that many slots.
-    count_ = Versioned::load(header().numSlots);
+    const Versioned count = Versioned::load(header().numSlots);
     segment_->refresh();  // always: a file that was made shorter must not be believed to be as long as it was
+    count_ = count;       // taken only when the mapping fits it: a refresh may fail
     countWord_ = &header().numSlots;
     slots_ = segment_->base() + headerSize_;
     // Whatever the file says, and should it have become shorter: never more than is mapped.

@@ -27,7 +27,9 @@ ReaderKickSm::ReaderKickSm(Quil::EventLoop& loop, FileDescriptor socket, Handler
     : handler_(handler), socket_(std::move(socket)), watch_(loop, socket_.get(), [this] { receive(); }) {}
 
 bool ReaderKickSm::acknowledge(const KickAck& ack) {
-    return send(socket_.get(), &ack, sizeof ack, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno != EAGAIN;
+    // A closed socket tells of itself.
+    return send(socket_.get(), &ack, sizeof ack, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno == EPIPE ||
+           errno == ECONNRESET;
 }
 
 void ReaderKickSm::receive() {

@@ -38,6 +38,11 @@ std::uint32_t WriterKickSm::numReaders() const {
         std::count_if(readers_.begin(), readers_.end(), [](const Reader& reader) { return reader.welcomed; }));
 }
 
+void WriterKickSm::onTime() {
+    if (!watch_) listen();
+    kickSleepers();
+}
+
 void WriterKickSm::listen() {
     watch_ = std::make_unique<Quil::EventLoop::Watch>(loop_, socket_.get(), [this] { accept(); });
 }
@@ -48,7 +53,7 @@ WriterKickSm::Accepted WriterKickSm::accept() {
         if (errno == EAGAIN) return Accepted::nobody;
         if (errno == EINTR || errno == ECONNABORTED) return Accepted::one;  // and who comes next
         watch_.reset();  // the connection stays pending; asking again at once would only spin
-        wakeupTimeIs(clock().now() + acceptPause);
+        wakeupTimeIs(clock().now() + pause);
         return Accepted::failed;
     }
     Reader& reader = readers_.emplace_back();
@@ -118,7 +123,8 @@ bool WriterKickSm::handle(Reader& reader, const void* packet, std::size_t size) 
         KickWelcome welcome;
         welcome.fenix = fenix_;
         welcome.kicks = kicks_;
-        return send(reader.socket.get(), &welcome, sizeof welcome, MSG_DONTWAIT | MSG_NOSIGNAL) == sizeof welcome;
+        const ssize_t sent = send(reader.socket.get(), &welcome, sizeof welcome, MSG_DONTWAIT | MSG_NOSIGNAL);
+        return sent == sizeof welcome || errno == EPIPE || errno == ECONNRESET;  // it has left: the next look sees it
     }
     if (!reader.welcomed && type == kickQuery && size == sizeof(KickQuery)) {
         tellReaders(reader);
@@ -170,8 +176,11 @@ void WriterKickSm::sleepingIs(Reader& reader, bool sleeping) {
 void WriterKickSm::kick(Reader& reader) {
     const KickWake wake;
     // A full socket means that a wake-up is under way already; the reader stays marked and is tried again.
-    if (send(reader.socket.get(), &wake, sizeof wake, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno != EAGAIN) {
+    if (send(reader.socket.get(), &wake, sizeof wake, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno == EPIPE ||
+        errno == ECONNRESET) {
         sleepingIs(reader, false);
+    } else if (errno != EAGAIN) {
+        wakeupTimeIs(clock().now() + pause);  // the kernel is out of memory
     }
 }
 

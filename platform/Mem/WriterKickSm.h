@@ -63,10 +63,10 @@ class L2RIB_EXPORT WriterKickSm : Quil::Clock::NotifieeConst {
     }
 
  private:
-    static constexpr int packetsPerTurn = 64;        // of one reader
-    static constexpr Quil::Seconds acceptPause = 1;  // when descriptors ran out
+    static constexpr int packetsPerTurn = 64;  // of one reader
+    static constexpr Quil::Seconds pause = 1;  // when descriptors or memory ran out
     void listen();
-    void onTime() override { listen(); }
+    void onTime() override;
     enum class Accepted { one, nobody, failed };
     Accepted accept();
     bool acceptAll();

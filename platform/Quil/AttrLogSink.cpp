@@ -23,7 +23,9 @@ AttrLogSink::AttrLogSink(EventLoop& loop, String directory, String name, Ptr<Ent
 
 AttrLogSink::~AttrLogSink() = default;
 
-void AttrLogSink::onTime() {
+void AttrLogSink::onTime() { fd_ ? takeRecords() : connect(); }
+
+void AttrLogSink::connect() {
     wakeupTimeIs(clock().now() + connectRetry);
     fd_ = LocalSocket::connect(directory_, name_.c_str(), SOCK_STREAM);
     if (!fd_) return;
@@ -37,8 +39,13 @@ void AttrLogSink::onTime() {
         fd_ = {};
         return;
     }
+    try {
+        watch_ = std::make_unique<EventLoop::Watch>(loop_, fd_.get(), [this] { receive(); });
+    } catch (const SystemException&) {
+        fd_ = {};
+        return;
+    }
     wakeupTimeIs(never);
-    watch_ = std::make_unique<EventLoop::Watch>(loop_, fd_.get(), [this] { receive(); });
     tell();
 }
 
@@ -46,6 +53,7 @@ void AttrLogSink::disconnect(Seconds pause) {
     watch_.reset();
     fd_ = {};
     buffer_.clear();
+    taken_ = 0;
     seen_.clear();
     isSynchronised_ = false;
     wakeupTimeIs(clock().now() + pause);
@@ -58,27 +66,40 @@ void AttrLogSink::receive() {
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (size <= 0) return disconnect(connectRetry);
     buffer_.insert(buffer_.end(), bytes, bytes + size);
+    takeRecords();
+}
+
+void AttrLogSink::takeRecords() {
+    const std::weak_ptr<void> alive = alive_;
+    wakeupTimeIs(clock().now());  // should a watcher throw, the next turn goes on behind its record
     try {
-        takeRecords();
+        while (takeRecord()) {
+            if (alive.expired()) return;
+        }
     } catch (const RangeException& error) {
+        if (alive.expired()) return;
         Trace::handler("Quil::AttrLog").log(3, [&] {
             return cat("the source ", directory_, "/", name_, " is disconnected: ", error.what());
         });
-        disconnect(faultPause);
+        return disconnect(faultPause);
     }
+    if (alive.expired()) return;
+    buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(taken_));
+    taken_ = 0;
+    wakeupTimeIs(never);
 }
 
-bool AttrLogSink::takeRecords() {
-    std::size_t at = 0;
-    while (buffer_.size() - at >= 4) {
-        AttrLogReader length(buffer_.data() + at, 4);
-        const auto size = length.get<std::uint32_t>();
-        if (size > AttrLogRecord::maxSize) throw RangeException(cat("a record of ", size, " bytes"));
-        if (buffer_.size() - at - 4 < size) break;
-        apply(AttrLogRecord::parse(buffer_.data() + at + 4, size));
-        at += 4 + size;
-    }
-    buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(at));
+// False when no whole record is there.
+bool AttrLogSink::takeRecord() {
+    const std::size_t left = buffer_.size() - taken_;
+    if (left < 4) return false;
+    AttrLogReader length(buffer_.data() + taken_, 4);
+    const auto size = length.get<std::uint32_t>();
+    if (size > AttrLogRecord::maxSize) throw RangeException(cat("a record of ", size, " bytes"));
+    if (left - 4 < size) return false;
+    const AttrLogRecord record = AttrLogRecord::parse(buffer_.data() + taken_ + 4, size);
+    taken_ += 4 + size;
+    apply(record);
     return true;
 }
 
@@ -90,11 +111,13 @@ void AttrLogSink::apply(const AttrLogRecord& record) {
         isSynchronised_ = true;
         return tell();
     }
-    record.applyTo(*root_);
-    if (isSynchronised_ || record.operation != AttrLogRecord::keySet) return;
-    AttrLogRecord::Path path = record.path;
-    path.push_back({record.attribute, record.key});
-    seen_.insert(std::move(path));
+    if (!isSynchronised_ && record.operation == AttrLogRecord::keySet) {
+        AttrLogRecord::Path path = record.path;
+        path.push_back({record.attribute, record.key});
+        seen_.insert(std::move(path));
+    }
+    const Ptr<Entity> root = root_;  // a watcher may destroy this object
+    record.applyTo(*root);
 }
 
 void AttrLogSink::removeUnseen(Entity& entity, AttrLogRecord::Path& path) {

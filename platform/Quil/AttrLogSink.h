@@ -6,7 +6,7 @@
 // While there is no source, the tree stays as it was.
 //
 // Owner     The process that reads the tree.
-// Threads   Event-loop thread.
+// Threads   Event-loop thread. A watcher may throw or destroy the sink: what it was told counts as told.
 // Errors    A record that is malformed, too long or does not fit the tree closes the connection, with one line at trace
 //           level 3, handle "Quil::AttrLog"; it is tried again a little later.
 #pragma once
@@ -33,13 +33,16 @@ class L2RIB_EXPORT AttrLogSink : Clock::NotifieeConst {
  private:
     static constexpr Seconds connectRetry = 0.1, faultPause = 0.25;
     void onTime() override;
+    void connect();
     void receive();
-    bool takeRecords();
+    void takeRecords();
+    bool takeRecord();
     void apply(const AttrLogRecord& record);
     void removeUnseen(Entity& entity, AttrLogRecord::Path& path);
     void disconnect(Seconds pause);
     void tell() {
-        if (onState_) onState_();
+        const auto call = onState_;  // it may destroy this object
+        if (call) call();
     }
 
     EventLoop& loop_;
@@ -50,6 +53,8 @@ class L2RIB_EXPORT AttrLogSink : Clock::NotifieeConst {
     FileDescriptor fd_;
     std::unique_ptr<EventLoop::Watch> watch_;
     AttrLogRecord::Bytes buffer_;
+    std::size_t taken_ = 0;  // bytes of the buffer
+    const std::shared_ptr<void> alive_ = std::make_shared<int>();
     bool isSynchronised_ = false;
     std::set<AttrLogRecord::Path>
         seen_;  // members and children told of since the connection began, until it is in step

@@ -36,7 +36,9 @@ class Children {
         return child;
     }
     void delAll() {
-        while (!all().empty()) del(Key(all().begin()->first));
+        std::vector<Key> keys;  // of now: a watcher may add
+        for (const auto& [key, child] : all()) keys.push_back(key);
+        for (const Key& key : keys) del(key);
     }
     Ptr<Child> child(const Key& key) const { return children_.child(key); }
     // Ascending by key.
@@ -48,8 +50,8 @@ class Children {
         return child;
     }
     void notify(const Key& key) {
-        notifiees_.forEach([&](N& notifiee) { (notifiee.*onKey_)(key); });
         owner_->fwkChanged();
+        notifiees_.forEach([&](N& notifiee) { (notifiee.*onKey_)(key); });
     }
     Entity* const owner_;
     Collection<Key, Child> children_;

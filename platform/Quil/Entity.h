@@ -33,7 +33,7 @@ class L2RIB_EXPORT Entity : public Counted {
     void parentIs(Entity* parent);
     // The framework's description of this type; see TypeRegistry.h.
     virtual const Type& fwkType() const;
-    // After the watchers of its type have been told.
+    // Before the watchers of its type are told, one of which may throw.
     void fwkChanged() const {
         observers_.forEach([this](EntityObserver& observer) { observer.onEntityChanged(*this); });
     }
@@ -48,8 +48,8 @@ class L2RIB_EXPORT Entity : public Counted {
     void setAndNotify(T& field, const T& value, NotifieeList<N>& list, void (N::*onChange)()) {
         if (field == value) return;
         field = value;
-        list.forEach([&](N& notifiee) { (notifiee.*onChange)(); });
         fwkChanged();
+        list.forEach([&](N& notifiee) { (notifiee.*onChange)(); });
     }
 
  private:

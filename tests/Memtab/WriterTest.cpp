@@ -327,6 +327,19 @@ TEST(Shrink, IsRememberedForAReaderThatIsNotYetCounted) {
     EXPECT_EQ(table.fault(), "");
 }
 
+// A shrink lowers the queue's cap, but never below what the queue has.
+TEST(Shrink, LeavesTheQueueItsCapacity) {
+    Memtab::Options options = sized(1024, 16);
+    options.shrinkSlots = true;
+    TestTable<GoodOps> table(options);
+    for (std::uint32_t n = 0; n < 1024; ++n) table.writer->write(Item(n, 1), true);
+    for (std::uint32_t n = 0; n < 897; ++n) table.writer->remove(NumberKey{n});
+    for (std::uint32_t g = 2; g < 50; ++g) {
+        for (std::uint32_t n = 897; n < 1024; ++n) table.writer->write(Item(n, g), true);
+    }
+    EXPECT_EQ(table.fault(), "");
+}
+
 TEST(WarmStart, RefusesAQueueWithoutRoom) {
     TestTable<GoodOps> table(sized(16));
     for (const char* name : {"conquer.1", "conquer.2"}) {
