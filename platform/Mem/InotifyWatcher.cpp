@@ -5,10 +5,13 @@
 
 namespace Mem {
 
-InotifyWatcher::InotifyWatcher(Quil::EventLoop& loop, const Quil::String& directory, std::function<void()> onChange)
+InotifyWatcher::InotifyWatcher(Quil::EventLoop& loop, const Quil::String& directory, std::function<void()> onChange,
+                               Events events)
     : onChange_(std::move(onChange)), inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
     if (!inotify_) return;
-    if (inotify_add_watch(inotify_.get(), directory.c_str(), IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF) < 0) return;
+    const std::uint32_t mask =
+        events == appearing ? IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF : IN_CLOSE_WRITE | IN_MOVED_TO;
+    if (inotify_add_watch(inotify_.get(), directory.c_str(), mask) < 0) return;
     watch_ = std::make_unique<Quil::EventLoop::Watch>(loop, inotify_.get(), [this] { drain(); });
 }
 

@@ -66,6 +66,17 @@ AttrLogRecord AttrLogRecord::parse(const std::uint8_t* bytes, std::size_t size) 
     return record;
 }
 
+std::optional<AttrLogRecord> AttrLogRecord::next(const Bytes& stream, std::size_t& at) {
+    const std::size_t left = stream.size() - at;
+    if (left < 4) return std::nullopt;
+    const auto size = AttrLogReader(stream.data() + at, 4).get<std::uint32_t>();
+    if (size > maxSize) throw RangeException(cat("a record of ", size, " bytes"));
+    if (left - 4 < size) return std::nullopt;
+    auto record = parse(stream.data() + at + 4, size);
+    at += 4 + size;
+    return record;
+}
+
 void AttrLogRecord::applyTo(Entity& root) const {
     Ptr<Entity> holder;  // of the child on the way
     Entity* entity = &root;

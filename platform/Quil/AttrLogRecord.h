@@ -5,6 +5,7 @@
 //           bytes. Network byte order. Attributes count from 1 in the order of declaration, derived ones included.
 #pragma once
 
+#include <optional>
 #include <tuple>
 
 #include "Quil/TypeRegistry.h"
@@ -39,6 +40,9 @@ struct L2RIB_EXPORT AttrLogRecord {
     void appendTo(Bytes& out) const;
     // Of the bytes behind the length. Raises the range exception for what is no record.
     static AttrLogRecord parse(const std::uint8_t* bytes, std::size_t size);
+    // The next record of a stream, at this place of what has come so far, and moves the place behind it. None while
+    // the record is not whole; the range exception for one that is too long or malformed.
+    static std::optional<AttrLogRecord> next(const Bytes& stream, std::size_t& at);
 
     // Applies it through the setters of the tree. Raises the range exception, with nothing changed, for a record that
     // does not fit it.

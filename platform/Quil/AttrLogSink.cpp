@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "Quil/LocalSocket.h"
@@ -25,8 +26,22 @@ AttrLogSink::~AttrLogSink() = default;
 
 void AttrLogSink::onTime() { fd_ ? takeRecords() : connect(); }
 
+void AttrLogSink::connectNow() {
+    retry_ = minRetry;
+    if (!fd_) wakeupTimeIs(clock().now());
+}
+
+bool AttrLogSink::ask(const Entity& wanted, std::uint16_t attribute) {
+    AttrLogWriter value;
+    wanted.fwkType().attributes.at(attribute - 1u).write(wanted, value);
+    AttrLogRecord::Bytes bytes;
+    AttrLogRecord{{}, attribute, AttrLogRecord::set, {}, value.bytes()}.appendTo(bytes);
+    return fd_ && send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
 void AttrLogSink::connect() {
-    wakeupTimeIs(clock().now() + connectRetry);
+    wakeupTimeIs(clock().now() + retry_);
+    retry_ = std::min(2 * retry_, maxRetry);
     fd_ = LocalSocket::connect(directory_, name_.c_str(), SOCK_STREAM);
     if (!fd_) return;
     AttrLogWriter hello;
@@ -45,6 +60,7 @@ void AttrLogSink::connect() {
         fd_ = {};
         return;
     }
+    retry_ = minRetry;
     wakeupTimeIs(never);
     tell();
 }
@@ -64,7 +80,7 @@ void AttrLogSink::receive() {
     std::uint8_t bytes[64 << 10];
     const ssize_t size = recv(fd_.get(), bytes, sizeof bytes, MSG_DONTWAIT);
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
-    if (size <= 0) return disconnect(connectRetry);
+    if (size <= 0) return disconnect(minRetry);
     buffer_.insert(buffer_.end(), bytes, bytes + size);
     takeRecords();
 }
@@ -91,16 +107,9 @@ void AttrLogSink::takeRecords() {
 
 // False when no whole record is there.
 bool AttrLogSink::takeRecord() {
-    const std::size_t left = buffer_.size() - taken_;
-    if (left < 4) return false;
-    AttrLogReader length(buffer_.data() + taken_, 4);
-    const auto size = length.get<std::uint32_t>();
-    if (size > AttrLogRecord::maxSize) throw RangeException(cat("a record of ", size, " bytes"));
-    if (left - 4 < size) return false;
-    const AttrLogRecord record = AttrLogRecord::parse(buffer_.data() + taken_ + 4, size);
-    taken_ += 4 + size;
-    apply(record);
-    return true;
+    const auto record = AttrLogRecord::next(buffer_, taken_);
+    if (record) apply(*record);
+    return record.has_value();
 }
 
 void AttrLogSink::apply(const AttrLogRecord& record) {

@@ -29,9 +29,15 @@ class L2RIB_EXPORT AttrLogSink : Clock::NotifieeConst {
 
     bool isConnected() const { return bool(fd_); }
     bool isSynchronised() const { return isSynchronised_; }
+    // Tries at once; for one who knows that the source has just come. Otherwise it is tried 10 times a second at first,
+    // then less often, once in 5 s at last.
+    void connectNow();
+    // Asks the source to set one of the root's scalars to its value in this entity, of the root's type; whether that
+    // could be sent. A source that takes it answers with the change, to every sink.
+    bool ask(const Entity& wanted, std::uint16_t attribute);
 
  private:
-    static constexpr Seconds connectRetry = 0.1, faultPause = 0.25;
+    static constexpr Seconds minRetry = 0.1, maxRetry = 5, faultPause = 0.25;
     void onTime() override;
     void connect();
     void receive();
@@ -56,6 +62,7 @@ class L2RIB_EXPORT AttrLogSink : Clock::NotifieeConst {
     std::size_t taken_ = 0;  // bytes of the buffer
     const std::shared_ptr<void> alive_ = std::make_shared<int>();
     bool isSynchronised_ = false;
+    Seconds retry_ = minRetry;
     std::set<AttrLogRecord::Path>
         seen_;  // members and children told of since the connection began, until it is in step
 };

@@ -55,10 +55,11 @@ class AttrLogSource::Peer : EntityObserver, Clock::NotifieeConst {
     void onTime() override { flush(); }
 
     void receive() {
+        if (started_) return receiveRequests();
         std::uint8_t bytes[AttrLogHello::size];
         const ssize_t size = recv(fd_.get(), bytes, sizeof bytes, MSG_DONTWAIT);
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
-        if (size != static_cast<ssize_t>(sizeof bytes) || started_) return close(size == 0 ? "" : "no hello");
+        if (size != static_cast<ssize_t>(sizeof bytes)) return close(size == 0 ? "" : "no hello");
         AttrLogReader log(bytes, sizeof bytes);
         AttrLogHello hello{log.get<std::uint32_t>(), log.get<std::uint16_t>(), log.get<std::uint16_t>()};
         if (hello.magic != AttrLogHello::magicNumber || hello.version != AttrLogHello::currentVersion) {
@@ -68,6 +69,25 @@ class AttrLogSource::Peer : EntityObserver, Clock::NotifieeConst {
         startAt_ = hello.startAt;
         enter(*source_.root_, {});
         flush();
+    }
+
+    void receiveRequests() {
+        std::uint8_t bytes[4096];
+        const ssize_t size = recv(fd_.get(), bytes, sizeof bytes, MSG_DONTWAIT);
+        if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
+        if (size <= 0) return close("");
+        if (source_.access_ != writable || !LocalSocket::isOwner(fd_.get())) return close("it may not write");
+        requests_.insert(requests_.end(), bytes, bytes + size);
+        try {
+            std::size_t taken = 0;
+            while (const auto record = AttrLogRecord::next(requests_, taken)) {
+                if (!record->path.empty() || record->operation != AttrLogRecord::set) return close("no such request");
+                record->applyTo(*source_.root_);
+            }
+            requests_.erase(requests_.begin(), requests_.begin() + static_cast<std::ptrdiff_t>(taken));
+        } catch (const RangeException& error) {
+            close(error.what());
+        }
     }
 
     // Ends this object.
@@ -191,19 +211,32 @@ class AttrLogSource::Peer : EntityObserver, Clock::NotifieeConst {
     std::map<const Entity*, std::unique_ptr<Image>> images_;
     std::set<Image*> dirty_;
     Bytes buffer_;
+    Bytes requests_;  // the beginning of one
 };
 
-AttrLogSource::AttrLogSource(EventLoop& loop, const String& directory, const String& name, Ptr<const Entity> root)
-    : loop_(loop),
+AttrLogSource::AttrLogSource(EventLoop& loop, const String& directory, const String& name, Ptr<Entity> root,
+                             Access access)
+    : NotifieeConst(loop.clock()),
+      loop_(loop),
       root_(std::move(root)),
-      socket_(LocalSocket::listen(directory, name.c_str(), SOCK_STREAM)),
-      watch_(std::make_unique<EventLoop::Watch>(loop, socket_.get(), [this] { accept(); })) {}
+      access_(access),
+      socket_(LocalSocket::listen(directory, name.c_str(), SOCK_STREAM)) {
+    watch();
+}
 
 AttrLogSource::~AttrLogSource() = default;
 
+void AttrLogSource::watch() {
+    watch_ = std::make_unique<EventLoop::Watch>(loop_, socket_.get(), [this] { accept(); });
+}
+
 void AttrLogSource::accept() {
     FileDescriptor fd(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!fd) return;
+    if (!fd) {
+        // Descriptors may have run out: the connection waits in the backlog, and would wake the loop all the while.
+        watch_.reset();
+        return wakeupTimeIs(clock().now() + pause);
+    }
     if (!LocalSocket::isTrusted(fd.get()))
         return trace().log(3, [] { return String("a sink of another group is refused"); });
     peers_.push_back(std::make_unique<Peer>(*this, std::move(fd)));

@@ -19,11 +19,16 @@
 
 namespace Quil {
 
-class L2RIB_EXPORT AttrLogSource {
+class L2RIB_EXPORT AttrLogSource : Clock::NotifieeConst {
  public:
+    // readOnly: sinks are shown the tree. writable: those of the same user, or of root, may also ask for scalars of the
+    // root to be set (AttrLogSink::ask).
+    enum Access { readOnly, writable };
+
     // Listens in the directory under this name; open to the owner and its group.
-    AttrLogSource(EventLoop& loop, const String& directory, const String& name, Ptr<const Entity> root);
-    ~AttrLogSource();
+    AttrLogSource(EventLoop& loop, const String& directory, const String& name, Ptr<Entity> root,
+                  Access access = readOnly);
+    ~AttrLogSource() override;
     AttrLogSource(const AttrLogSource&) = delete;
     AttrLogSource& operator=(const AttrLogSource&) = delete;
 
@@ -31,10 +36,14 @@ class L2RIB_EXPORT AttrLogSource {
 
  private:
     class Peer;
+    static constexpr Seconds pause = 0.1;
+    void onTime() override { watch(); }
+    void watch();
     void accept();
 
     EventLoop& loop_;
-    const Ptr<const Entity> root_;
+    const Ptr<Entity> root_;
+    const Access access_;
     FileDescriptor socket_;
     std::unique_ptr<EventLoop::Watch> watch_;
     std::list<std::unique_ptr<Peer>> peers_;

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 #include "Quil/Exception.h"
 
@@ -34,13 +35,15 @@ FileDescriptor LocalSocket::listen(const String& directory, const char* name, in
     const auto require = [&](bool good, const char* operation) {
         if (!good) throw SystemException(cat(operation, "(", directory, "/", name, "): ", std::strerror(errno)));
     };
-    const Address address(directory, name);
+    // Made under another name: whoever finds the name finds it open, and it is never missing while it is replaced.
+    const Address fresh(directory, (String(name) + ".new").c_str()), address(directory, name);
     FileDescriptor fd = makeSocket(type);
     require(bool(fd), "socket");
-    unlink(address.name.sun_path);
-    require(bind(fd.get(), address.get(), sizeof address.name) == 0, "bind");
-    require(chmod(address.name.sun_path, 0660) == 0, "chmod");
+    unlink(fresh.name.sun_path);
+    require(bind(fd.get(), fresh.get(), sizeof fresh.name) == 0, "bind");
+    require(chmod(fresh.name.sun_path, 0660) == 0, "chmod");
     require(::listen(fd.get(), 64) == 0, "listen");
+    require(rename(fresh.name.sun_path, address.name.sun_path) == 0, "rename");
     return fd;
 }
 
@@ -51,11 +54,27 @@ FileDescriptor LocalSocket::connect(const String& directory, const char* name, i
     return fd;
 }
 
-bool LocalSocket::isTrusted(int fd) {
+namespace {
+
+std::optional<ucred> credentialsOf(int fd) {
     ucred peer{};
     socklen_t size = sizeof peer;
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
-    return peer.uid == 0 || peer.uid == geteuid() || peer.gid == getegid();
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return std::nullopt;
+    return peer;
+}
+
+bool isOwner(const ucred& peer) { return peer.uid == 0 || peer.uid == geteuid(); }
+
+}  // namespace
+
+bool LocalSocket::isOwner(int fd) {
+    const auto peer = credentialsOf(fd);
+    return peer && Quil::isOwner(*peer);
+}
+
+bool LocalSocket::isTrusted(int fd) {
+    const auto peer = credentialsOf(fd);
+    return peer && (Quil::isOwner(*peer) || peer->gid == getegid());
 }
 
 }  // namespace Quil

@@ -12,7 +12,9 @@ struct L2RIB_EXPORT LocalSocket {
     static FileDescriptor listen(const String& directory, const char* name, int type);
     // None when nobody listens.
     static FileDescriptor connect(const String& directory, const char* name, int type);
-    // Whether the other side runs as this user, as root, or in this process's group.
+    // Whether the other side runs as this user or as root.
+    static bool isOwner(int fd);
+    // Or in this process's group.
     static bool isTrusted(int fd);
 };
 
