@@ -85,31 +85,12 @@ class Table : public Quil::Entity {
                        [](const Derived& table) { return table.control().name(); });
     }
 
- protected:
-    explicit Table(Quil::Name name)
-        : Entity(std::move(name)),
-          isCounter_(Quil::cat(Derived::fwkCollection, "Is")),
-          delCounter_(Quil::cat(Derived::fwkCollection, "Del")),
-          notifyCounter_(Quil::cat(Derived::fwkCollection, "Notify")),
-          map_(Memtab::SlotTable::Format{Record::fwkFields().typeName, Derived::fwkTypeName}) {
-        map_.entity(Derived::fwkCollection, this, &Table::notifyKey, &Table::notifyCollection,
-                    &Table::notifyMountStatus);
-    }
-
-    void handleParent(Quil::Entity*) override { map_.handleParent(); }
-
+    // What hostIs(), hostDel(), host() and hosts() of the tables do, for code over any of them.
     void recordIs(const Record& record) {
         const auto keep = keepAlive();
         ++isCounter_;
         map_.safeWrite(Wrapper(record));
         notifyKey(record.key());
-    }
-    void recordCommit(const Record* record) {
-        const auto keep = keepAlive();
-        ++isCounter_;
-        const Key key = record->key();
-        map_.directCommit();
-        notifyKey(key);
     }
     Record recordDel(const Key& key) {
         const auto keep = keepAlive();
@@ -119,14 +100,6 @@ class Table : public Quil::Entity {
         const Record removed = scratch_.value();  // a notifiee may delete another entry
         notifyKey(removedKey);
         return removed;
-    }
-    Record recordDel(const IteratorConst& at) {
-        ++delCounter_;  // and once more by the key: deletes through an iterator count twice
-        return at ? recordDel(at.key()) : Record();
-    }
-    void recordDelAll() {
-        const auto keep = keepAlive();
-        for (IteratorConst at(map_); at; ++at) recordDel(at);
     }
     Record record(const Key& key) const {
         Wrapper found;
@@ -140,6 +113,35 @@ class Table : public Quil::Entity {
         return present;
     }
     Range records() const { return {map_}; }
+
+ protected:
+    explicit Table(Quil::Name name)
+        : Entity(std::move(name)),
+          isCounter_(Quil::cat(Derived::fwkCollection, "Is")),
+          delCounter_(Quil::cat(Derived::fwkCollection, "Del")),
+          notifyCounter_(Quil::cat(Derived::fwkCollection, "Notify")),
+          map_(Memtab::SlotTable::Format{Record::fwkFields().typeName, Derived::fwkTypeName}) {
+        map_.entity(Derived::fwkCollection, this, &Table::notifyKey, &Table::notifyCollection,
+                    &Table::notifyMountStatus);
+    }
+
+    void handleParent(Quil::Entity*) override { map_.handleParent(); }
+
+    void recordCommit(const Record* record) {
+        const auto keep = keepAlive();
+        ++isCounter_;
+        const Key key = record->key();
+        map_.directCommit();
+        notifyKey(key);
+    }
+    Record recordDel(const IteratorConst& at) {
+        ++delCounter_;  // and once more by the key: deletes through an iterator count twice
+        return at ? recordDel(at.key()) : Record();
+    }
+    void recordDelAll() {
+        const auto keep = keepAlive();
+        for (IteratorConst at(map_); at; ++at) recordDel(at);
+    }
     Map& control() const { return map_; }
 
     void notifyKey(const Key& key) {

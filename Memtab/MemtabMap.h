@@ -85,7 +85,7 @@ class MemtabMap : ReaderSm::Front {
     void mount(Mode mode, const Options& options, const MountPoint& point) {
         if (inTurn_)
             throw Quil::AssertionException(Quil::cat("MemtabMap::mount() ", name_, " inside its own notification"));
-        const Quil::String directory = directoryOf(point.root, name_);
+        const Quil::String directory = Mem::pathUnder(point.root, name_);
         switch (mode) {
             case Mode::writer:
                 return mountWriter(options, point, directory);
@@ -114,7 +114,7 @@ class MemtabMap : ReaderSm::Front {
 
     // Whether the files of this table under the root are sound and of this table's type; traces what is wrong.
     bool validateFiles(const Quil::String& root, unsigned /*flags*/) {
-        Mem::SharedDirectory directory(directoryOf(root, name_));
+        Mem::SharedDirectory directory(Mem::pathUnder(root, name_));
         Quil::String reason;
         if (mode_ == Mode::writer && writer_) return writer_->validateFiles(directory, reason);
         return Validator(debug(), name_).validate(directory, 0, &stored_, reason);
@@ -235,11 +235,6 @@ class MemtabMap : ReaderSm::Front {
         InTurn(const InTurn&) = delete;
         InTurn& operator=(const InTurn&) = delete;
     };
-
-    static Quil::String directoryOf(const Quil::String& root, const Quil::String& name) {
-        const char* chroot = std::getenv("Q7_CHROOT");
-        return Quil::cat(chroot ? chroot : "", root, "/", name);
-    }
 
     // Drops whatever stood behind the map before.
     void becomes(Mode mode) {

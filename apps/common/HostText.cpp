@@ -9,10 +9,8 @@ namespace Apps {
 namespace {
 
 Quil::String interfaceName(Lanx::IntfId intfId, const InterfaceNames& names) {
-    if (intfId.kind() == Lanx::IntfId::ethernet && intfId.payload() <= 0xffffffffu) {
-        if (const auto name = names.name(static_cast<std::uint32_t>(intfId.payload()))) return *name;
-    }
-    return intfId.str();
+    const auto name = names.interfaceName(intfId);
+    return name ? *name : intfId.str();
 }
 
 // The filled VTEPs; a count that no record can have shows none.
@@ -63,6 +61,21 @@ Quil::String viaText(const L2Rib::Host& host, const InterfaceNames& names) {
 }
 
 }  // namespace
+
+Quil::String textOf(const L2Rib::Dest& dest, const InterfaceNames& names) {
+    switch (dest.destType()) {
+        case L2Rib::destTypeIntf:
+            return interfaceName(dest.intf().intfId(), names);
+        case L2Rib::destTypeVxlan:
+            return Quil::cat("vtep ", dest.vxlan().vtepAddr());
+        case L2Rib::destTypeMpls:
+            return Quil::cat("mpls ", dest.mpls().label(), " over ", interfaceName(dest.mpls().intfId(), names));
+        case L2Rib::destTypeTunnel:
+            return Quil::cat("tunnel ", interfaceName(dest.tunnel().intfId(), names));
+        default:
+            return hyphenated(stringValue(dest.destType()), "destType");
+    }
+}
 
 Quil::String timeNow() {
     timespec now{};

@@ -1,13 +1,11 @@
 // HostText.h: an output host as text and as JSON.
 #pragma once
 
-#include <nlohmann/json.hpp>
-
+#include "L2Rib/Dest.h"
+#include "common/JsonObject.h"
 #include "common/Names.h"
 
 namespace Apps {
-
-using Json = nlohmann::ordered_json;
 
 struct HostView {
     std::uint32_t vlan;
@@ -19,6 +17,9 @@ struct HostView {
     Quil::String entryType;
 };
 HostView viewOf(const L2Rib::HostAndSource& record, const InterfaceNames& names);
+
+// "p1", "vtep 10.0.0.2", "mpls 100 over p1", "tunnel DynamicTunnel1", "cpu".
+Quil::String textOf(const L2Rib::Dest& dest, const InterfaceNames& names);
 
 // "2026-11-23T09:10:45.123456Z"
 Quil::String timeNow();

@@ -1,14 +1,14 @@
 #include "common/Names.h"
 
-#include <algorithm>
-
 #include <net/if.h>
 
+#include <algorithm>
 #include <cctype>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 
 #include "Mem/Files.h"
+#include "Verro/Hash.h"
 
 namespace Apps {
 
@@ -23,6 +23,13 @@ Quil::String hyphenated(const Quil::String& enumerator, std::string_view prefix)
 }
 
 Quil::String sourceName(L2Rib::Source source) { return hyphenated(stringValue(source), "source"); }
+Quil::String sourceNames(std::uint32_t mask) {
+    Quil::String names;
+    for (std::uint32_t bit = 1; bit != 0; bit <<= 1) {
+        if (mask & bit) names += (names.empty() ? "" : ",") + sourceName(static_cast<L2Rib::Source>(bit));
+    }
+    return names.empty() ? "none" : names;
+}
 std::uint32_t sourceMaskOf(const Quil::String& names) {
     std::uint32_t mask = 0;
     for (std::size_t at = 0; at <= names.size();) {
@@ -48,13 +55,6 @@ L2Rib::Source sourceOfName(const Quil::String& name) {
     throw Quil::RangeException("no source of this name");
 }
 
-namespace {
-Quil::String fileUnder(const Quil::String& root) {
-    const char* chroot = std::getenv("Q7_CHROOT");
-    return Quil::cat(chroot ? chroot : "", root, "/interfaces");
-}
-}  // namespace
-
 void InterfaceNames::nameIs(std::uint32_t index, const Quil::String& name) {
     if (name.empty()) {
         changed_ = names_.erase(index) > 0 || changed_;
@@ -64,12 +64,28 @@ void InterfaceNames::nameIs(std::uint32_t index, const Quil::String& name) {
     }
 }
 
-void InterfaceNames::writeTo(const Quil::String& root) {
+Lanx::IntfId InterfaceNames::interfaceIs(const Quil::String& name) {
+    // As the kernel has it: up to 15 bytes without blanks and slashes.
+    if (name.empty() || name.size() >= IF_NAMESIZE || name.find_first_of(" \t\n/") != name.npos) {
+        throw Quil::RangeException("is not the name of an interface");
+    }
+    constexpr std::uint32_t made = 0x80000000u;  // no index of the kernel's is so high
+    const std::uint32_t real = if_nametoindex(name.c_str());
+    const std::uint32_t index = real ? real : made | Verro::Util::hash(name.data(), name.size());
+    nameIs(index, name);
+    return {Lanx::IntfId::ethernet, index};
+}
+
+namespace {
+Quil::String directoryUnder(const Quil::String& root) { return Mem::pathUnder(root, "interfaces"); }
+}  // namespace
+
+void InterfaceNames::writeTo(const Quil::String& root, const Quil::Name& producer) {
     if (!changed_) return;
     Quil::String text;
     for (const auto& [index, name] : names_) text += Quil::cat(index, " ", name, "\n");
-    const Quil::String path = fileUnder(root), fresh = path + ".new";
-    Mem::Files::makeDirectories(path.substr(0, path.rfind('/')));
+    const Quil::String path = directoryUnder(root) + "/" + producer, fresh = path + ".new";
+    Mem::Files::makeDirectories(directoryUnder(root));
     {
         const auto file = Mem::Files::create(fresh);
         Mem::Files::write(file.get(), fresh, text.data(), text.size());
@@ -85,13 +101,18 @@ InterfaceNames InterfaceNames::readFrom(const Quil::String& root) {
 }
 
 void InterfaceNames::refreshFrom(const Quil::String& root) {
-    std::ifstream file(fileUnder(root));
-    hasFile_ = file.is_open();
-    for (Quil::String line; std::getline(file, line);) {
-        const auto blank = line.find(' ');
-        std::uint32_t index = 0;
-        if (blank == line.npos || !Quil::parseNumber(std::string_view(line).substr(0, blank), index)) continue;
-        names_[index] = line.substr(blank + 1);
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(directoryUnder(root), error), end; !error && at != end;
+         at.increment(error)) {
+        if (at->path().extension() == ".new") continue;
+        std::ifstream file(at->path());
+        hasFile_ = hasFile_ || file.is_open();
+        for (Quil::String line; std::getline(file, line);) {
+            const auto blank = line.find(' ');
+            std::uint32_t index = 0;
+            if (blank == line.npos || !Quil::parseNumber(std::string_view(line).substr(0, blank), index)) continue;
+            names_[index] = line.substr(blank + 1);
+        }
     }
 }
 
@@ -109,6 +130,11 @@ std::optional<Quil::String> InterfaceNames::name(std::uint32_t index) const {
     char name[IF_NAMESIZE];
     if (!hasFile_ && if_indextoname(index, name)) return printable(name);
     return std::nullopt;
+}
+
+std::optional<Quil::String> InterfaceNames::interfaceName(Lanx::IntfId intfId) const {
+    if (intfId.kind() != Lanx::IntfId::ethernet || intfId.payload() > 0xffffffffu) return std::nullopt;
+    return name(static_cast<std::uint32_t>(intfId.payload()));
 }
 
 }  // namespace Apps

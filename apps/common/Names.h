@@ -11,22 +11,28 @@ namespace Apps {
 // An enumerator without its prefix, in lower case with hyphens: sourceBgpEvpnMpls is "bgp-evpn-mpls".
 Quil::String hyphenated(const Quil::String& enumerator, std::string_view prefix);
 Quil::String sourceName(L2Rib::Source source);
+Quil::String sourceNames(std::uint32_t mask);          // "bgp,mlag"; "none"
 L2Rib::Source sourceOfName(const Quil::String& name);  // raises the range exception
 // The mask of "bgp,vxlan-static"; raises the range exception.
 std::uint32_t sourceMaskOf(const Quil::String& names);
 Quil::String entryTypeName(Bridging::EntryType entryType);
 
-// Names of interfaces by index, as the producer of a table knows them: kept in the file "interfaces" under the root, so
-// that a tool prints the right ones whatever network namespace it runs in.
+// Names of interfaces by index, as the producers of tables know them: each keeps a file in the directory "interfaces"
+// under the root, so that a tool prints the right ones whatever network namespace it runs in.
 class InterfaceNames {
  public:
     void nameIs(std::uint32_t index, const Quil::String& name);  // empty: forget it
-    void writeTo(const Quil::String& root);                      // when something changed; raises SystemException
+    // The interface of this name, of which a file speaks: this system's index, or one made from the name, the same in
+    // every process, where there is none. The range exception for what can be no name.
+    Lanx::IntfId interfaceIs(const Quil::String& name);
+    // When something changed; raises SystemException.
+    void writeTo(const Quil::String& root, const Quil::Name& producer);
     static InterfaceNames readFrom(const Quil::String& root);
     // Reads again; names that are no longer there stay known.
     void refreshFrom(const Quil::String& root);
-    // The producer's name; without a file of its names, this system's; else none. Bytes that do not print are "?".
+    // A producer's name; without any file of names, this system's; else none. Bytes that do not print are "?".
     std::optional<Quil::String> name(std::uint32_t index) const;
+    std::optional<Quil::String> interfaceName(Lanx::IntfId intfId) const;
 
  private:
     std::map<std::uint32_t, Quil::String> names_;

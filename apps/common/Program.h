@@ -6,6 +6,8 @@
 #include <functional>
 #include <iostream>
 
+#include "Quil/Trace.h"
+
 namespace Apps {
 
 inline int runProgram(const char* name, CLI::App& app, int argc, char** argv, const std::function<void()>& run) {
@@ -20,6 +22,16 @@ inline int runProgram(const char* name, CLI::App& app, int argc, char** argv, co
         std::cerr << name << ": " << error.what() << std::endl;
     }
     return 2;
+}
+
+// The lines of this trace handle up to level 3 (what went wrong) are said, whatever L2RIB_TRACE asks for.
+inline void alwaysSaid(const char* handle, void (*say)(const Quil::String&)) {
+    Quil::Trace& trace = Quil::Trace::handler(handle);
+    if (!trace.enabled(3)) trace.levelIs(3);
+    Quil::Trace::sinkIs([&trace, say](const Quil::String& name, int level, const Quil::String& text) {
+        if (name == trace.name()) return say(text);
+        std::cerr << name << "/" << level << ": " << text << std::endl;
+    });
 }
 
 }  // namespace Apps

@@ -160,34 +160,49 @@ std::vector<std::uint16_t> Model::vlansOfRemote(const Entry& entry, const PerMac
     return here;
 }
 
-void Model::addVxlanEntry(const Entry& entry, const PerMac& all, Found& found) const {
-    if (!link(entry.device).isVxlan) return;
-    if ((entry.flags & NTF_EXT_LEARNED) && settings_.programmedDevices.contains(link(entry.device).name)) return;
-    if (entry.mac.isZero()) {
+namespace {
+
+// Who says a VXLAN entry, and of which type its host is.
+std::optional<std::pair<L2Rib::Source, Bridging::EntryType>> originOf(const Entry& entry) {
+    if (entry.flags & NTF_EXT_LEARNED) return {{L2Rib::sourceBgp, Bridging::entryTypeRemote}};
+    if ((entry.flags & NTF_STICKY) && (entry.state & NUD_NOARP)) {
+        return {{L2Rib::sourceBgp, Bridging::entryTypeRemoteStatic}};
+    }
+    if (entry.state & (NUD_PERMANENT | NUD_NOARP)) return {{L2Rib::sourceVxlanStatic, Bridging::entryTypeRemoteStatic}};
+    if ((entry.state & dynamicStates) && !(entry.flags & ~(NTF_SELF | NTF_MASTER))) {
+        return {{L2Rib::sourceLocalDynamic, Bridging::entryTypeRemote}};
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+void Model::addFlood(const Entry& entry, Found& found) const {
+    const auto origin = originOf(entry);
+    const std::uint16_t vlan = vlanOf(link(entry.device).master, entry.vlan);
+    const bool isVlan = vlan >= Bridging::VlanId::min && vlan <= Bridging::VlanId::max;
+    if (!origin || !isVlan || !entry.dst || entry.dst->af() != Lanx::ipv4) {
         ++found.share.floodEntries;
         return;
     }
+    found.floods.emplace(origin->first, Bridging::VlanId(vlan), *entry.dst);
+}
+
+void Model::addVxlanEntry(const Entry& entry, const PerMac& all, Found& found) const {
+    if (!link(entry.device).isVxlan) return;
+    if ((entry.flags & NTF_EXT_LEARNED) && settings_.programmedDevices.contains(link(entry.device).name)) return;
+    if (entry.mac.isZero()) return addFlood(entry, found);
     if (entry.nextHopGroup != 0) {
         ++found.share.nextHopGroupEntries;
         return;
     }
-    if (!entry.dst) return;
-    L2Rib::Source source;
-    Bridging::EntryType type;
-    if (entry.flags & NTF_EXT_LEARNED) {
-        source = L2Rib::sourceBgp, type = Bridging::entryTypeRemote;
-    } else if ((entry.flags & NTF_STICKY) && (entry.state & NUD_NOARP)) {
-        source = L2Rib::sourceBgp, type = Bridging::entryTypeRemoteStatic;
-    } else if (entry.state & (NUD_PERMANENT | NUD_NOARP)) {
-        source = L2Rib::sourceVxlanStatic, type = Bridging::entryTypeRemoteStatic;
-    } else if ((entry.state & dynamicStates) && !(entry.flags & ~(NTF_SELF | NTF_MASTER))) {
-        source = L2Rib::sourceLocalDynamic, type = Bridging::entryTypeRemote;
-    } else {
-        return;
-    }
+    const auto origin = originOf(entry);
+    if (!entry.dst || !origin) return;
     const auto vlans = vlansOfRemote(entry, all);
     if (vlans.empty()) ++found.share.staleRemotes;
-    for (const std::uint16_t vlan : vlans) addHost(found, source, type, entry, vlan, vtepDest(*entry.dst));
+    for (const std::uint16_t vlan : vlans) {
+        addHost(found, origin->first, origin->second, entry, vlan, vtepDest(*entry.dst));
+    }
 }
 
 void Model::evaluate(const Lanx::EthAddr& mac) {
@@ -201,7 +216,12 @@ void Model::evaluate(const Lanx::EthAddr& mac) {
     statistics_.nextHopGroupEntries += found.share.nextHopGroupEntries - all.share.nextHopGroupEntries;
     statistics_.staleRemotes += found.share.staleRemotes - all.share.staleRemotes;
     all.share = found.share;
+    publishHosts(all, found);
+    publishFloods(all, found);
+    if (all.entries.empty()) macs_.erase(mac);
+}
 
+void Model::publishHosts(PerMac& all, Found& found) {
     std::map<HostId, L2Rib::Host> before;
     std::swap(before, all.published);
     for (auto& [id, host] : found.hosts) {
@@ -217,7 +237,18 @@ void Model::evaluate(const Lanx::EthAddr& mac) {
     }
     // What is new stands before what is old goes: a host that changes its source is never without one.
     for (const auto& [id, host] : before) sink_.hostDel(id.first, id.second);
-    if (all.entries.empty()) macs_.erase(mac);
+}
+
+void Model::publishFloods(PerMac& all, const Found& found) {
+    const std::set<Flood> before = std::exchange(all.floods, found.floods);
+    for (const auto& flood : found.floods) {
+        const auto& [source, vlanId, vtep] = flood;
+        if (!before.contains(flood)) sink_.floodIs(source, vlanId, vtep);
+    }
+    for (const auto& flood : before) {
+        const auto& [source, vlanId, vtep] = flood;
+        if (!found.floods.contains(flood)) sink_.floodDel(source, vlanId, vtep);
+    }
 }
 
 void Model::evaluateAll() {

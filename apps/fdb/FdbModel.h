@@ -12,7 +12,9 @@
 //   VXLAN, SELF, sticky and NOARP, DST                         sourceBgp           remote static  VTEP
 //   VXLAN, SELF, PERMANENT or NOARP, DST                       sourceVxlanStatic   remote static  VTEP
 //   VXLAN, SELF, REACHABLE or STALE, no flags, DST             sourceLocalDynamic  remote         VTEP
-//   VXLAN, SELF, MAC zero, or with a next-hop group            counted only
+//   VXLAN, SELF, MAC zero, DST an IPv4 address                 a destination of the flood set of its VLAN, of the same
+//                                                              sources
+//   VXLAN, SELF, another MAC zero, or with a next-hop group    counted only
 //   locked; multicast MACs; SELF on other devices; EXT_LEARNED
 //   on a device that a consumer programs                       ignored
 //
@@ -58,6 +60,9 @@ struct Sink {
     virtual ~Sink() = default;
     virtual void hostIs(L2Rib::Source source, const L2Rib::Host& host) = 0;
     virtual void hostDel(L2Rib::Source source, const Bridging::MacVlanPair& key) = 0;
+    // Unknown and broadcast traffic of the VLAN goes to this VTEP, too.
+    virtual void floodIs(L2Rib::Source source, Bridging::VlanId vlanId, const Lanx::IpGenAddr& vtep) = 0;
+    virtual void floodDel(L2Rib::Source source, Bridging::VlanId vlanId, const Lanx::IpGenAddr& vtep) = 0;
 };
 
 struct Settings {
@@ -68,7 +73,7 @@ struct Settings {
 
 // How many entries stand at present that publish nothing.
 struct Statistics {
-    std::int64_t floodEntries = 0;
+    std::int64_t floodEntries = 0;  // without an IPv4 address, or of no source
     std::int64_t nextHopGroupEntries = 0;
     std::int64_t staleRemotes = 0;  // VXLAN halves whose host is on a port here
 };
@@ -106,13 +111,16 @@ class Model {
         std::uint64_t dump;  // in which it was last told
     };
     using HostId = std::pair<L2Rib::Source, Bridging::MacVlanPair>;
+    using Flood = std::tuple<L2Rib::Source, Bridging::VlanId, Lanx::IpGenAddr>;
     struct PerMac {
         std::map<Place, Known> entries;
         std::map<HostId, L2Rib::Host> published;
+        std::set<Flood> floods;
         Statistics share;
     };
     struct Found {  // what the entries of one MAC amount to
         std::map<HostId, L2Rib::Host> hosts;
+        std::set<Flood> floods;
         Statistics share;
     };
 
@@ -123,10 +131,13 @@ class Model {
     bool isHalfOfRemote(const Entry& entry, const PerMac& all) const;
     void addBridgeEntry(const Entry& entry, const PerMac& all, Found& found) const;
     void addVxlanEntry(const Entry& entry, const PerMac& all, Found& found) const;
+    void addFlood(const Entry& entry, Found& found) const;
     std::vector<std::uint16_t> vlansOfRemote(const Entry& entry, const PerMac& all) const;
     void addHost(Found& found, L2Rib::Source source, Bridging::EntryType type, const Entry& entry, std::uint16_t vlan,
                  const L2Rib::CiDest& dest) const;
     void evaluate(const Lanx::EthAddr& mac);
+    void publishHosts(PerMac& all, Found& found);
+    void publishFloods(PerMac& all, const Found& found);
     void evaluateAll();
 
     const Settings settings_;

@@ -5,7 +5,6 @@
 #include <iostream>
 
 #include "L2Rib/L2Rib.h"
-#include "Quil/Trace.h"
 #include "common/EndSignals.h"
 #include "common/Names.h"
 #include "common/Program.h"
@@ -36,19 +35,9 @@ void setEnvironment(const Options& options) {
     }
 }
 
-// What could not be loaded is said, whatever L2RIB_TRACE asks for.
-void traceLoading() {
-    Quil::Trace& loading = Quil::Trace::handler("Plugin::Impl::LoaderImpl");
-    if (!loading.enabled(3)) loading.levelIs(3);
-    Quil::Trace::sinkIs([&loading](const Quil::String& name, int level, const Quil::String& text) {
-        if (name == loading.name()) return say(text);
-        std::cerr << name << "/" << level << ": " << text << std::endl;
-    });
-}
-
 void run(const Options& options) {
     setEnvironment(options);
-    traceLoading();
+    Apps::alwaysSaid("Plugin::Impl::LoaderImpl", say);
     Quil::EventLoop loop;
     const Apps::EndSignals signals(loop);
     auto em = Quil::makePtr<Corestore::EntityManager>(loop, options.root, "l2rib-consumer");

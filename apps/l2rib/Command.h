@@ -31,6 +31,9 @@ struct HostTable {
     void mount() { em.mount("l2rib/output", hosts, L2Rib::TableInfo().hostOutputInfo(QuilMemtab::reader)); }
 };
 
+// Raises the range exception when words are left for a command that takes none.
+void requireNoWords(const Options& options);
+
 // What was printed must have arrived: raises SystemException otherwise.
 void flushOutput();
 
@@ -38,6 +41,11 @@ int hostShow(const Options& options);
 int hostMonitor(const Options& options);
 int tableCheck(const Options& options);
 int tableShow(const Options& options);
+int tableDump(const Options& options);
 int readerShow(const Options& options);
+int sourceShow(const Options& options);
+int floodShow(const Options& options);
+int statusShow(const Options& options);
+int configSet(const Options& options);
 
 }  // namespace Tool

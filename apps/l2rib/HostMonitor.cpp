@@ -15,7 +15,7 @@ namespace {
 
 class Monitor : public L2Rib::HostOutput::NotifieeConst {
  public:
-    Monitor(const Options& options, HostSelectors selectors) : options_(options), selectors_(selectors) {}
+    Monitor(const Options& options, Selectors selectors) : options_(options), selectors_(selectors) {}
 
     // Mounted, or mounted again: what is there now against what was known.
     void onHost() override {
@@ -90,7 +90,7 @@ class Monitor : public L2Rib::HostOutput::NotifieeConst {
     std::uint64_t sequence() const { return notifier()->hostControl().sequence(); }
 
     const Options& options_;
-    const HostSelectors selectors_;
+    const Selectors selectors_;
     Apps::InterfaceNames names_;
     std::map<Bridging::MacVlanPair, L2Rib::HostAndSource> known_;
     bool synchronised_ = false;
@@ -100,7 +100,7 @@ class Monitor : public L2Rib::HostOutput::NotifieeConst {
 
 int hostMonitor(const Options& options) {
     HostTable table(options.root);
-    Monitor monitor(options, HostSelectors(options.words));
+    Monitor monitor(options, Selectors(options.words));
     monitor.notifierIs(table.hosts);
     table.mount();
     while (std::cout) table.loop.runOnce(Quil::never);

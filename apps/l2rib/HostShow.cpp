@@ -34,7 +34,7 @@ void print(const std::vector<Apps::HostView>& rows) {
 
 int hostShow(const Options& options) {
     if (options.current) throw Quil::RangeException("is for monitor only", "--current");
-    const HostSelectors selectors(options.words);
+    const Selectors selectors(options.words);
     HostTable table(options.root);
     table.mount();
     requireReadable(table, options.root);

@@ -12,11 +12,11 @@ struct Command {
     const char* verb;
     int (*run)(const Tool::Options&);
 };
-constexpr Command commands[] = {{"host", "show", &Tool::hostShow},
-                                {"host", "monitor", &Tool::hostMonitor},
-                                {"table", "check", &Tool::tableCheck},
-                                {"table", "show", &Tool::tableShow},
-                                {"reader", "show", &Tool::readerShow}};
+constexpr Command commands[] = {{"host", "show", &Tool::hostShow},     {"host", "monitor", &Tool::hostMonitor},
+                                {"table", "check", &Tool::tableCheck}, {"table", "show", &Tool::tableShow},
+                                {"table", "dump", &Tool::tableDump},   {"reader", "show", &Tool::readerShow},
+                                {"source", "show", &Tool::sourceShow}, {"flood", "show", &Tool::floodShow},
+                                {"status", "show", &Tool::statusShow}, {"config", "set", &Tool::configSet}};
 
 const char* const usage =
     "l2rib [options] OBJECT VERB [SELECTOR VALUE]...\n"
@@ -24,7 +24,12 @@ const char* const usage =
     "  host monitor  [vlan N] [mac M] [source S]   every change, as it happens; --current begins with what is there\n"
     "  table check   [NAME]...                     whether the files of tables hang together, without a writer\n"
     "  table show    [NAME]...                     what their headers say: sizes, counts, queue\n"
+    "  table dump    [NAME]...                     their rows, as the JSON that l2rib-source file reads\n"
     "  reader show   [NAME]...                     who reads them, and how far each has got\n"
+    "  source show                                 the sources that have announced themselves\n"
+    "  flood show    [vlan N] [mac M]              the merged flood sets\n"
+    "  status show                                 the agent's state\n"
+    "  config set    agent-enabled on|off          whether the agent merges; kept over its restart\n"
     "Exit status: 0 found or sound, 1 no match or not sound, 2 usage or input/output";
 
 int fail(const std::string& what) {
@@ -33,6 +38,10 @@ int fail(const std::string& what) {
 }
 
 }  // namespace
+
+void Tool::requireNoWords(const Options& options) {
+    if (!options.words.empty()) throw Quil::RangeException("is not expected here", options.words[0]);
+}
 
 void Tool::flushOutput() {
     if (std::fflush(stdout) != 0 || !std::cout.flush()) {

@@ -6,11 +6,13 @@
 
 namespace Tool {
 
-HostSelectors::HostSelectors(const std::vector<std::string>& words) {
+Selectors::Selectors(const std::vector<std::string>& words, const std::vector<std::string>& known) {
     for (std::size_t i = 0; i < words.size(); i += 2) {
         const std::string& selector = words[i];
-        if (selector != "vlan" && selector != "mac" && selector != "source") {
-            throw Quil::RangeException("no such selector (vlan, mac, source)", selector);
+        if (std::find(known.begin(), known.end(), selector) == known.end()) {
+            std::string all;
+            for (const auto& one : known) all += (all.empty() ? "" : ", ") + one;
+            throw Quil::RangeException("no such selector (" + all + ")", selector);
         }
         if (i + 1 == words.size()) throw Quil::RangeException("needs a value", selector);
         const std::string& value = words[i + 1];
@@ -25,9 +27,12 @@ HostSelectors::HostSelectors(const std::vector<std::string>& words) {
     }
 }
 
-bool HostSelectors::match(const L2Rib::HostAndSource& record) const {
-    return (!vlan_ || *vlan_ == record.key().vlanId()) && (!mac_ || *mac_ == record.key().ethAddr()) &&
-           (!source_ || *source_ == record.source());
+bool Selectors::match(const Bridging::VlanId& vlanId, const Lanx::EthAddr& mac) const {
+    return (!vlan_ || *vlan_ == vlanId) && (!mac_ || *mac_ == mac);
+}
+
+bool Selectors::match(const L2Rib::HostAndSource& record) const {
+    return match(record.key().vlanId(), record.key().ethAddr()) && (!source_ || *source_ == record.source());
 }
 
 }  // namespace Tool

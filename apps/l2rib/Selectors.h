@@ -1,4 +1,4 @@
-// Selectors.h: which hosts a command is about: "vlan 10 mac 02:aa:aa:aa:aa:01 source bgp", all of which must hold.
+// Selectors.h: what a command is about: "vlan 10 mac 02:aa:aa:aa:aa:01 source bgp", all of which must hold.
 #pragma once
 
 #include <optional>
@@ -9,10 +9,12 @@
 
 namespace Tool {
 
-class HostSelectors {
+class Selectors {
  public:
-    // Raises RangeException, naming the selector and its value.
-    explicit HostSelectors(const std::vector<std::string>& words);
+    // known: the selectors that the command takes. Raises RangeException, naming the selector and its value.
+    explicit Selectors(const std::vector<std::string>& words,
+                       const std::vector<std::string>& known = {"vlan", "mac", "source"});
+    bool match(const Bridging::VlanId& vlanId, const Lanx::EthAddr& mac) const;
     bool match(const L2Rib::HostAndSource& record) const;
 
  private:

@@ -11,8 +11,8 @@ struct TableFiles {
     std::string directory;  // with the root before it
 };
 
-// All tables, by name; or those named by the words. Raises SystemException for a name that is no table, and for a root
-// without any.
+// All tables, by name; or those named: each name is that of a table, or of a directory with tables in it
+// ("l2rib/input/kernel-bgp"). Raises SystemException for a name that is neither, and for a root without any.
 std::vector<TableFiles> findTables(const std::string& root, const std::vector<std::string>& names);
 
 }  // namespace Tool

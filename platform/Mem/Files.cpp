@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "Mem/Observer.h"
@@ -38,6 +39,11 @@ FileDescriptor openWith(const Quil::String& path, int flags) {
 }
 
 }  // namespace
+
+Quil::String pathUnder(const Quil::String& root, const Quil::String& name) {
+    const char* chroot = std::getenv("Q7_CHROOT");
+    return Quil::cat(chroot ? chroot : "", root, "/", name);
+}
 
 void Files::makeDirectories(const Quil::String& path) {
     for (std::size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {

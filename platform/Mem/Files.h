@@ -18,6 +18,9 @@ using Quil::FileDescriptor;
 constexpr mode_t tableFileMode = 0640;
 constexpr mode_t tableDirectoryMode = 0750;
 
+// Where a file of this name under the root lies: $Q7_CHROOT goes before the root.
+L2RIB_EXPORT Quil::String pathUnder(const Quil::String& root, const Quil::String& name);
+
 struct L2RIB_EXPORT Files {
     static void makeDirectories(const Quil::String& path);
     static FileDescriptor create(const Quil::String& path);               // new or emptied, read and write

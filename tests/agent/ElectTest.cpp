@@ -1,8 +1,8 @@
-// The election, and the merge that follows it.
+// The election.
 #include <algorithm>
 #include <cmath>
 
-#include "agent/PolicySm.h"
+#include "agent/Elect.h"
 #include "support/Support.h"
 
 namespace {
@@ -85,33 +85,6 @@ TEST(Elect, IsATotalOrder) {
     const auto bySource = [](const Candidate& a, const Candidate& b) { return a.source < b.source; };
     const L2Rib::Source winner = elect(five).winner->source;
     while (std::next_permutation(five.begin(), five.end(), bySource)) ASSERT_EQ(elect(five).winner->source, winner);
-}
-
-struct Log : L2Rib::HostOutput::NotifieeConst {
-    std::string text;
-    void onHost(const Bridging::MacVlanPair& k) override {
-        L2Rib::HostAndSource record;
-        text += notifier()->host(k, record) ? stringValue(record.source()) + ";" : "gone;";
-    }
-};
-
-TEST(PolicySm, WithdrawalIsOneUpdateAndNoChangeWritesNothing) {
-    auto output = L2Rib::hostOutputFactory("output");
-    Log log;
-    log.notifierIs(output);
-    PolicySm policy(output);
-    auto bgp = L2Rib::hostInputFactory("bgp"), local = L2Rib::hostInputFactory("local");
-    local->hostIs(claim(L2Rib::sourceLocalStatic, Bridging::entryTypeStatic).host);
-    policy.sourceIs(L2Rib::sourceLocalStatic, local);
-    policy.sourceIs(L2Rib::sourceBgp, bgp);
-    bgp->hostIs(claim(L2Rib::sourceBgp).host);  // loses: nothing is written
-    auto cpu = claim(L2Rib::sourceBgp).host;
-    cpu.ciDestIs(L2Rib::CiDest(L2Rib::destTypeCpu));
-    bgp->hostIs(cpu);
-    local->hostDel(key);
-    bgp->hostIs(cpu);  // the same bytes, though == of two such hosts would stop the process
-    policy.sourceDel(L2Rib::sourceBgp);
-    EXPECT_EQ(log.text, "sourceLocalStatic;sourceBgp;gone;");
 }
 
 }  // namespace

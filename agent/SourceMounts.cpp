@@ -1,0 +1,95 @@
+#include "agent/SourceMounts.h"
+
+#include <bit>
+
+namespace Agent {
+
+SourceMounts::SourceMounts(Corestore::EntityManager& em, const Quil::Ptr<L2Rib::AgentSourceDir>& sources,
+                           PolicySm& policy, FloodMerge& floods, Report report)
+    : em_(em), policy_(policy), floods_(floods), report_(std::move(report)) {
+    notifierIs(sources);
+    for (const auto& [name, unused] : sources->source()) onSource(name);
+}
+
+SourceMounts::~SourceMounts() = default;
+
+void SourceMounts::onSource(const Quil::Name& name) {
+    if (const auto node = followers_.extract(name); !node.empty()) unmount(*node.mapped());
+    const auto entry = notifier()->source(name);
+    if (!entry) return;
+    auto& follower = followers_[name] = std::make_unique<Follower>(*this);
+    follower->notifierIs(entry);
+    review(*follower);
+}
+
+void SourceMounts::review(Follower& follower) {
+    const auto& entry = *follower.notifier();
+    const bool isWhole = entry.initialized();
+    if (follower.isMounted()) {
+        policy_.isWholeIs(follower.source, isWhole);
+        floods_.isWholeIs(entry.name(), isWhole);
+    }
+    if (!isWhole) return;
+    const bool isAsMounted = follower.source == entry.source() && follower.hostPath == entry.hostTableMemtabPath();
+    if (follower.isMounted() && isAsMounted) return;
+    unmount(follower);
+    try {
+        mount(follower);
+    } catch (const Quil::Exception& error) {
+        report_(Quil::cat("source ", entry.name(), " is not merged: ", error.what()));
+    }
+}
+
+void SourceMounts::mount(Follower& follower) {
+    checkSource(follower);
+    const auto& entry = *follower.notifier();
+    const Place place = placeOf(entry.hostTableMemtabPath(), "host");
+    auto hosts = L2Rib::hostInputFactory(place.table);
+    em_.mount(place.path, hosts, QuilMemtab::MountInfo::reader("host"));
+    follower.hosts = hosts;
+    follower.source = entry.source();
+    follower.hostPath = entry.hostTableMemtabPath();
+    policy_.sourceIs(follower.source, hosts);
+    floods_.sourceIs(notifier()->source(entry.name()));
+    report_(Quil::cat("source ", entry.name(), " is merged: ", entry.source()));
+}
+
+void SourceMounts::unmount(Follower& follower) {
+    if (!follower.isMounted()) return;
+    policy_.sourceDel(follower.source);
+    floods_.sourceDel(follower.notifier()->name());
+    const Place place = placeOf(follower.hostPath, "host");
+    em_.unmount(place.path, place.table);
+    follower.hosts = nullptr;
+    reviewWaiting(std::exchange(follower.source, L2Rib::sourceNone));
+}
+
+void SourceMounts::reviewWaiting(L2Rib::Source source) {
+    for (const auto& [name, other] : followers_) {
+        if (!other->isMounted() && other->notifier()->source() == source) return review(*other);
+    }
+}
+
+void SourceMounts::checkSource(const Follower& follower) const {
+    const L2Rib::Source source = follower.notifier()->source();
+    if (std::popcount(static_cast<std::uint32_t>(source)) != 1) {
+        throw Quil::RangeException(Quil::cat(source, " is not one source"));
+    }
+    for (const auto& [name, other] : followers_) {
+        if (other->isMounted() && other->source == source) {
+            throw Quil::RangeException(Quil::cat(source, " is announced by ", name, "; it waits until that has gone"));
+        }
+    }
+}
+
+SourceMounts::Place SourceMounts::placeOf(const Quil::String& memtabPath, const char* collection) {
+    const auto last = memtabPath.rfind('/');
+    const auto before = last == 0 || last == memtabPath.npos ? memtabPath.npos : memtabPath.rfind('/', last - 1);
+    const bool isInside = ("/" + memtabPath + "/").find("/../") == memtabPath.npos;
+    if (before == memtabPath.npos || memtabPath.substr(last + 1) != collection || !isInside) {
+        throw Quil::RangeException(Quil::cat("'", memtabPath, "' is no table of a ", collection, " collection"));
+    }
+    return {memtabPath.substr(0, before), memtabPath.substr(before + 1, last - before - 1)};
+}
+
+}  // namespace Agent
