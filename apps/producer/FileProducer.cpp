@@ -150,7 +150,7 @@ class FileProducer : public Producer {
               em.loop(), fs::absolute(path).parent_path().string(), [this] { follow(); },
               Mem::InotifyWatcher::written) {
         AnnouncedSource::checkName(name_);
-        Quil::atField(path_.c_str(), [&] {
+        atFile([&] {
             stamp_ = stampOf();
             const Json json = readJson(path_);
             if (json.is_array()) {
@@ -171,12 +171,21 @@ class FileProducer : public Producer {
     void fill(const Json& json) {
         rows_->fill(json, [this] { names_.writeTo(root_, name_); });
     }
+    // Whatever is wrong with the file is told with its path before it.
+    template <class F>
+    void atFile(F&& read) const {
+        try {
+            read();
+        } catch (const Quil::RangeException& error) {
+            throw Quil::RangeException(error.what(), path_);
+        }
+    }
     // Something in the directory was written; what was told stands until the file says otherwise.
     void follow() {
         const Stamp stamp = stampOf();  // before it is read: what is written meanwhile is another change
         if (std::exchange(stamp_, stamp) == stamp) return;
         try {
-            Quil::atField(path_.c_str(), [&] { fill(readJson(path_)); });
+            atFile([&] { fill(readJson(path_)); });
         } catch (const Quil::Exception& error) {
             report_(error.what());
         }

@@ -64,46 +64,35 @@ TEST_F(ConsumerTest, LoadsWhatItCanAndSaysWhatItCannot) {
     EXPECT_EQ(works.wait(), 0) << works.rest();
 }
 
-bool command(const std::string& text) { return std::system((text + " >/dev/null 2>&1").c_str()) == 0; }
-
 TEST_F(ConsumerTest, KernelFdbProgramsSweepsMendsAndLeavesOthersAlone) {
-    const std::string ns = Quil::cat("l2rib-kfdb-", getpid()), in = "ip netns exec " + ns + " ";
-    if (!command("ip netns add " + ns)) GTEST_SKIP() << "network namespaces are not allowed here";
-    struct Cleanup {
-        std::string name;
-        ~Cleanup() { (void)command("ip netns del " + name); }
-    } cleanup{ns};
+    const test::NetNs ns("kfdb");
+    if (!ns.exists()) GTEST_SKIP() << "network namespaces are not allowed here";
     // VLAN-aware where this kernel can be.
-    const bool isVlanAware = command(in + "ip link add br0 type bridge vlan_filtering 1");
-    ASSERT_TRUE(isVlanAware || command(in + "ip link add br0 type bridge"));
+    const bool isVlanAware = ns.run("ip link add br0 type bridge vlan_filtering 1");
+    ASSERT_TRUE(isVlanAware || ns.run("ip link add br0 type bridge"));
     const std::string vlan = isVlanAware ? "vlan 10 " : "";
-    ASSERT_TRUE(command(in + "ip link add p1 type veth peer name p1x"));
-    ASSERT_TRUE(command(in + "ip link set p1 master br0 up"));
-    ASSERT_TRUE(command(in + "bridge fdb add 46:c4:f7:00:4d:14 dev p1 " + vlan + "master static"));
+    ASSERT_TRUE(ns.run("ip link add p1 type veth peer name p1x"));
+    ASSERT_TRUE(ns.run("ip link set p1 master br0 up"));
+    ASSERT_TRUE(ns.run("bridge fdb add 46:c4:f7:00:4d:14 dev p1 " + vlan + "master static"));
     const auto has = [&](const std::string& mac, const std::string& rest) {
-        return command(in + "bridge fdb show dev vx100 | grep '^" + mac + " " + rest + "'");
+        return ns.run("bridge fdb show dev vx100 | grep '^" + mac + " " + rest + "'");
     };
     const auto eventually = [](auto&& condition) {
         for (int i = 0; i < 200 && !condition(); ++i) usleep(50000);
         return condition();
     };
-    const std::string launcher = scratch.path() + "/in-netns";
-    std::ofstream(launcher) << "#!/bin/sh\nexec ip netns exec " << ns << " \"$@\"\n";
-    ASSERT_TRUE(command("chmod +x " + launcher));
-    auto words =
+    const auto words = ns.inside(
         consumer({"--plugin-dir", build + "/plugins", "--plugins", "kernel-fdb", "--set", "L2RIB_KERNEL_FDB=vx100=10",
-                  "--set", "L2RIB_KERNEL_FDB_OWN_VTEP=10.0.0.1", "--set", "L2RIB_KERNEL_FDB_INTERVAL=0.2"});
-    words[0] = std::string(L2RIB_TEST_BIN) + "/l2rib-consumer";
-    words.insert(words.begin(), launcher);
+                  "--set", "L2RIB_KERNEL_FDB_OWN_VTEP=10.0.0.1", "--set", "L2RIB_KERNEL_FDB_INTERVAL=0.2"}));
     std::optional<test::Child> programmer(std::in_place, words);
     programmer->readUntil("ready");
 
     // The device comes later than the plug-in.
     usleep(300000);
-    ASSERT_TRUE(command(in + "ip link add vx100 type vxlan id 100 local 10.0.0.4 dstport 4789 nolearning"));
-    ASSERT_TRUE(command(in + "bridge fdb add 02:aa:aa:aa:aa:01 dev vx100 dst 10.9.9.9 self static"));
-    ASSERT_TRUE(command(in + "ip link set vx100 master br0 up"));
-    ASSERT_TRUE(!isVlanAware || command(in + "bridge vlan add dev vx100 vid 10"));
+    ASSERT_TRUE(ns.run("ip link add vx100 type vxlan id 100 local 10.0.0.4 dstport 4789 nolearning"));
+    ASSERT_TRUE(ns.run("bridge fdb add 02:aa:aa:aa:aa:01 dev vx100 dst 10.9.9.9 self static"));
+    ASSERT_TRUE(ns.run("ip link set vx100 master br0 up"));
+    ASSERT_TRUE(!isVlanAware || ns.run("bridge vlan add dev vx100 vid 10"));
     // A VTEP, a port of the table's own switch, one that is behind this very switch, and someone else's entries.
     EXPECT_TRUE(eventually([&] { return has("02:00:00:00:01:01", "dst 10.0.0.2 self extern_learn"); }));
     EXPECT_TRUE(has("02:00:00:00:01:01", vlan + "extern_learn master br0"));
@@ -112,12 +101,12 @@ TEST_F(ConsumerTest, KernelFdbProgramsSweepsMendsAndLeavesOthersAlone) {
     EXPECT_TRUE(has("02:aa:aa:aa:aa:01", "dst 10.9.9.9 self static"));
     EXPECT_FALSE(has("02:aa:aa:aa:aa:01", "dst 10.0.0.1"));
     EXPECT_FALSE(has("46:c4:f7:00:4d:14", ""));
-    EXPECT_TRUE(command(in + "bridge fdb show dev p1 | grep '^46:c4:f7:00:4d:14 " + vlan + "master br0 static'"));
+    EXPECT_TRUE(ns.run("bridge fdb show dev p1 | grep '^46:c4:f7:00:4d:14 " + vlan + "master br0 static'"));
 
     // Drift of either half is mended.
-    ASSERT_TRUE(command(in + "bridge fdb del 02:00:00:00:01:01 dev vx100 self"));
+    ASSERT_TRUE(ns.run("bridge fdb del 02:00:00:00:01:01 dev vx100 self"));
     EXPECT_TRUE(eventually([&] { return has("02:00:00:00:01:01", "dst 10.0.0.2 self extern_learn"); }));
-    ASSERT_TRUE(command(in + "bridge fdb del 02:00:00:00:01:01 dev vx100 " + vlan + "master"));
+    ASSERT_TRUE(ns.run("bridge fdb del 02:00:00:00:01:01 dev vx100 " + vlan + "master"));
     EXPECT_TRUE(eventually([&] { return has("02:00:00:00:01:01", vlan + "extern_learn master"); }));
 
     // What went while it was dead is swept when it comes back; what someone else made stays.

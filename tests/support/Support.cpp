@@ -116,6 +116,24 @@ std::pair<int, std::string> run(const std::vector<std::string>& command) {
     return {status, child.rest()};
 }
 
+namespace {
+bool succeeds(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
+}  // namespace
+
+NetNs::NetNs(const std::string& purpose)
+    : name_(Quil::cat("l2rib-", purpose, "-", getpid())), exists_(succeeds("ip netns add " + name_)) {}
+NetNs::~NetNs() {
+    if (exists_) succeeds("ip netns del " + name_);
+}
+
+bool NetNs::run(const std::string& command) const { return succeeds("ip netns exec " + name_ + " " + command); }
+
+std::vector<std::string> NetNs::inside(std::vector<std::string> command) const {
+    command[0] = std::string(L2RIB_TEST_BIN) + "/" + command[0];
+    command.insert(command.begin(), {"/sbin/ip", "netns", "exec", name_});
+    return command;
+}
+
 bool turnUntil(Quil::EventLoop& loop, const std::function<bool()>& condition, double seconds) {
     const double deadline = loop.clock()->now() + seconds;
     while (!condition()) {

@@ -60,6 +60,22 @@ std::pair<int, std::string> run(const std::vector<std::string>& command);
 // The user-mode emulator of 32-bit builds starts no threads.
 constexpr bool hasThreads = sizeof(L2RIB_TEST_EMULATOR) == 1;
 
+// A network namespace of its own; where none is allowed, exists() is false.
+class NetNs {
+ public:
+    explicit NetNs(const std::string& purpose);
+    ~NetNs();
+    bool exists() const { return exists_; }
+    bool run(const std::string& command) const;  // in the namespace; whether it succeeded
+    // A program of this build in the namespace, as a command for Child: the process started is the program itself.
+    // Without the emulator of 32-bit builds, which does not come here.
+    std::vector<std::string> inside(std::vector<std::string> command) const;
+
+ private:
+    const std::string name_;
+    const bool exists_;
+};
+
 // Turns the loop until the condition holds; false after the time.
 bool turnUntil(Quil::EventLoop& loop, const std::function<bool()>& condition, double seconds = 20);
 
