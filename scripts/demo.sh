@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# The main job on real input: a Linux bridge with a VXLAN device and three hosts, in network namespaces of its own; the
-# agent publishes what the kernel learns, and l2rib, another process, shows and follows it. A second switch is programmed
-# by a consumer from what the first one learned, and traffic passes between them.
+# The main job on real input: a Linux bridge with a VXLAN device and three hosts, in network namespaces of its own; a
+# producer publishes what the kernel learns, another what a file says, the agent merges them, and l2rib, another process,
+# shows and follows it. A second switch is programmed by a consumer from what the first one learned, and traffic passes
+# between them.
 # Where namespaces are not allowed, the same road runs on a recorded forwarding table.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -9,7 +10,7 @@ cd "$(dirname "$0")/.."
 echo "== set-up and build (preset release)"
 scripts/setup.sh
 cmake --preset release >/dev/null
-cmake --build --preset release --target l2ribd l2rib-tool l2rib-consumer plugin_event-log plugin_kernel-fdb
+cmake --build --preset release --target l2ribd l2rib-source l2rib-tool l2rib-consumer plugin_event-log plugin_kernel-fdb
 bin=$PWD/build/release/bin
 
 root=$(mktemp -d /dev/shm/l2rib-demo.XXXXXX)
@@ -38,11 +39,16 @@ eventually() {
 }
 monitored() { grep -q "$1" "$root/monitor.log"; }
 
-# The agent as a direct child of this script: its process id is what is killed. "ip netns exec" becomes the program.
+# Each as a direct child of this script: its process id is what is killed. "ip netns exec" becomes the program.
 start_agent() {
-    ip netns exec "$name-sw" "$bin/l2ribd" --root "$root" --fdb kernel --vlan br0=10 2>>"$root/agent.log" &
+    "$bin/l2ribd" --root "$root" --fdb none 2>>"$root/agent.log" &
     agent=$!
     started+=("$agent")
+}
+start_kernel_source() {
+    ip netns exec "$name-sw" "$bin/l2rib-source" --root "$root" --vlan br0=10 kernel 2>>"$root/sources.log" &
+    kernel_source=$!
+    started+=("$kernel_source")
 }
 
 start_monitor() {
@@ -89,8 +95,9 @@ eventually host 1 ping -c1 -W1 192.0.2.2
 eventually host 3 ping -c1 -W1 192.0.2.1
 echo "the hosts have talked"
 
-say "the agent merges what the kernel knows; VLAN 10 stands for br0"
+say "a producer publishes what the kernel knows, the agent merges it; VLAN 10 stands for br0"
 start_agent
+start_kernel_source
 eventually l2rib host show mac 02:aa:aa:aa:aa:01
 start_monitor
 shown l2rib host show
@@ -100,6 +107,29 @@ sw bridge fdb add 02:bb:bb:bb:bb:01 dev vx100 dst 10.0.0.2 self master extern_le
 sw bridge fdb add 02:bb:bb:bb:bb:02 dev vx100 dst 10.0.0.3 self master extern_learn
 eventually l2rib host show mac 02:bb:bb:bb:bb:02
 shown l2rib host show source bgp
+
+say "unknown traffic of VLAN 10 is to be flooded to both VTEPs"
+sw bridge fdb append 00:00:00:00:00:00 dev vx100 dst 10.0.0.2
+sw bridge fdb append 00:00:00:00:00:00 dev vx100 dst 10.0.0.3
+flooded() { l2rib flood show | grep -q 'vtep 10.0.0.2, vtep 10.0.0.3'; }
+eventually flooded
+shown l2rib flood show
+
+say "a second source: a file says that 02:bb:bb:bb:bb:02 is behind its MLAG peer, and is preferred"
+cat >"$root/peer.json" <<'JSON'
+{"source":"mlag","hosts":[
+ {"vlan":10,"mac":"02:bb:bb:bb:bb:02","preference":150,"ciDest":{"type":"vtep","address":"10.0.0.9"}}]}
+JSON
+"$bin/l2rib-source" --root "$root" file "$root/peer.json" 2>>"$root/sources.log" &
+file_source=$!
+started+=("$file_source")
+eventually monitored 'update 10 02:bb:bb:bb:bb:02 mlag vtep 10.0.0.9'
+shown l2rib source show
+shown l2rib host show mac 02:bb:bb:bb:bb:02
+echo "it withdraws itself: the other takes over, in one update"
+kill $file_source
+eventually monitored 'update 10 02:bb:bb:bb:bb:02 bgp vtep 10.0.0.3'
+grep 02:bb:bb:bb:bb:02 "$root/monitor.log"
 
 say "a second switch, VTEP 10.0.0.2, with host 02:bb:bb:bb:bb:01 behind it; its kernel-fdb follows the first one's table"
 ip netns add "$name-s2"
@@ -157,6 +187,20 @@ not_programmed() { ! s2 bridge fdb show dev vx100 | grep -q 02:aa:aa:aa:aa:02; }
 eventually not_programmed
 echo "the second switch has forgotten it, too"
 
+say "the kernel's producer is killed: its hosts stand; it comes back, and nothing has changed for anyone"
+lines=$(wc -l <"$root/monitor.log")
+kill -9 $kernel_source
+wait $kernel_source 2>/dev/null || true
+away() { l2rib source show | grep -q 'kernel-bgp .* no '; }
+eventually away
+shown l2rib source show
+start_kernel_source
+back() { ! away; }
+eventually back
+sleep 0.5
+[ "$(wc -l <"$root/monitor.log")" = "$lines" ] || { echo "demo: the monitor was told of something" >&2; exit 1; }
+shown l2rib host show source bgp
+
 say "the agent is killed: what it published is still there to be read"
 kill -9 $agent
 wait $agent 2>/dev/null || true
@@ -172,3 +216,5 @@ say "what the monitor, running all the while in a process of its own, printed"
 cat "$root/monitor.log"
 say "what the agent printed"
 cat "$root/agent.log"
+say "what the producers printed"
+cat "$root/sources.log"
