@@ -1,8 +1,9 @@
 #include "agent/PolicySm.h"
 
-#include <cstring>
+#include <algorithm>
 
 #include "Quil/Trace.h"
+#include "agent/PutRow.h"
 
 namespace Agent {
 namespace {
@@ -14,14 +15,15 @@ Quil::Trace& trace() {
 
 }  // namespace
 
-PolicySm::PolicySm(const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::HostOutput> output)
-    : NotifieeConst(clock), output_(std::move(output)) {}
+PolicySm::PolicySm(const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::HostOutput> output,
+                   ObjectOutputs& objects)
+    : NotifieeConst(clock), output_(std::move(output)), objects_(objects) {}
 
 PolicySm::~PolicySm() = default;
 
-void PolicySm::sourceIs(L2Rib::Source source, const Quil::Ptr<L2Rib::HostInput>& hosts) {
-    const bool replaces = inputs_.contains(source);
-    inputs_[source] = std::make_unique<Input>(*this, hosts);
+void PolicySm::sourceIs(L2Rib::Source source, const InputTables& tables) {
+    const bool replaces = inputs_.erase(source) > 0;
+    inputs_[source] = std::make_unique<Input>(*this, source, tables);
     if (replaces) sweep(source);
     kick();
 }
@@ -32,8 +34,8 @@ void PolicySm::sourceDel(L2Rib::Source source) {
 
 void PolicySm::isWholeIs(L2Rib::Source source, bool isWhole) {
     const auto input = inputs_.find(source);
-    if (input == inputs_.end() || input->second->isWhole == isWhole) return;
-    input->second->isWhole = isWhole;
+    if (input == inputs_.end() || input->second->isWhole() == isWhole) return;
+    input->second->isWholeIs(isWhole);
     if (isWhole) sweep(source);
 }
 
@@ -72,14 +74,14 @@ void PolicySm::settle() {
 }
 
 bool PolicySm::isSettled() const {
-    return !sweep_ &&
+    return !sweep_ && !objects_.hasDoomed() &&
            std::all_of(inputs_.begin(), inputs_.end(), [](const auto& input) { return input.second->isSettled(); });
 }
 
 bool PolicySm::step() {
     bool any = sweepStep();
     for (const auto& [source, input] : inputs_) any = input->step() || any;
-    return any;
+    return any || objects_.removeDoomed();
 }
 
 bool PolicySm::sweepStep() {
@@ -90,33 +92,46 @@ bool PolicySm::sweepStep() {
     return true;
 }
 
-bool PolicySm::Input::step() {
-    if (!changed_.empty()) {
-        auto next = changed_.upper_bound(last_);
-        if (next == changed_.end()) next = changed_.begin();
-        last_ = *next;
-        policy_.elect(last_);
-        changed_.erase(last_);
-        return true;
-    }
-    if (!walk_) return false;
-    policy_.elect(walk_.key());
-    ++walk_;
-    return true;
+PolicySm::Input::Input(PolicySm& policy, L2Rib::Source source, const InputTables& tables)
+    : policy_(policy),
+      source_(source),
+      table_(tables.hosts),
+      hosts_(tables.hosts, [&policy] { policy.kick(); }),
+      graph_(
+          source, tables.objects, policy.objects_, [this](const auto& key) { hosts_.mark(key); },
+          [&policy] { policy.kick(); }) {}
+
+void PolicySm::Input::isWholeIs(bool isWhole) {
+    isWhole_ = isWhole;
+    graph_.isWholeIs(isWhole);
 }
 
-std::vector<Candidate> PolicySm::candidates(const Bridging::MacVlanPair& key) const {
+bool PolicySm::Input::step() {
+    const bool any = graph_.step();
+    return hosts_.step([this](const auto& key) { policy_.elect(key); }) || any;
+}
+
+bool PolicySm::Input::claim(const Bridging::MacVlanPair& key, L2Rib::Host& host) {
+    if (table_->host(key, host)) {
+        const L2Rib::ObjTuple next = host.next(), output = graph_.hostNextIs(key, next);
+        host.nextIs(output);
+        return next == L2Rib::ObjTuple() || !(output == L2Rib::ObjTuple());
+    }
+    L2Rib::HostAndSource published;
+    if (!isWhole_ && policy_.output_->host(key, published) && published.source() == source_) {
+        host = published.host();
+        return true;
+    }
+    graph_.hostNextIs(key, {});
+    return false;
+}
+
+std::vector<Candidate> PolicySm::candidates(const Bridging::MacVlanPair& key) {
     std::vector<Candidate> found;
     Candidate candidate;
-    L2Rib::HostAndSource published;
     for (const auto& [source, input] : inputs_) {
         candidate.source = source;
-        if (input->notifier()->host(key, candidate.host)) {
-            found.push_back(candidate);
-        } else if (!input->isWhole && output_->host(key, published) && published.source() == source) {
-            candidate.host = published.host();
-            found.push_back(candidate);
-        }
+        if (input->claim(key, candidate.host)) found.push_back(candidate);
     }
     return found;
 }
@@ -133,10 +148,8 @@ void PolicySm::elect(const Bridging::MacVlanPair& key) {
     L2Rib::HostAndSource after(key);
     after.hostIs(result.winner->host);
     after.sourceIs(result.winner->source);
-    // Bytes, since comparing two hosts with a CPU destination would stop the process; padding is always zero.
-    if (present && std::memcmp(&before, &after, sizeof after) == 0) return;
     trace().log(8, [&] { return Quil::cat("host ", key, " goes to ", after.source(), " by ", stepName(result.step)); });
-    output_->hostIs(after);
+    putRow(*output_, after);
 }
 
 }  // namespace Agent

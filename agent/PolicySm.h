@@ -1,37 +1,44 @@
-// PolicySm: keeps the output host table equal to the election among the sources' input tables.
+// PolicySm: keeps the output host table equal to the election among the sources' input tables, and the output's objects
+// to what the sources' hosts lead to.
 //
-// Changed keys are collected for each source and elected in reviews, one key of each source in turn, so that a flood of
-// one never starves another; a review takes at most the quantum and goes on in the next turn of the loop. A withdrawal
-// is one update of the output, never a deletion and an insertion; a result that equals the stored record byte for byte
-// writes nothing.
+// Changed keys are collected for each source and looked at in reviews, one object and one host of each source in turn,
+// so that a flood of one never starves another; a review takes at most the quantum and goes on in the next turn of the
+// loop. A withdrawal is one update of the output, never a deletion and an insertion; a result that equals the stored
+// record byte for byte writes nothing. Objects that hosts still lead to are removed after the hosts have gone
+// elsewhere.
 //
 // Threads   Event-loop thread; elections are made from the clock.
-// Errors    What the output table throws ends the review; its key stays, and is tried again a second later.
+// Errors    What an output table throws ends the review; its key stays, and is tried again a second later.
 #pragma once
 
 #include <map>
 #include <memory>
-#include <set>
 #include <vector>
 
 #include "L2Rib/HostInput.h"
 #include "L2Rib/HostOutput.h"
 #include "Quil/Clock.h"
 #include "agent/Elect.h"
+#include "agent/ObjectGraph.h"
 
 namespace Agent {
 
+struct InputTables {
+    Quil::Ptr<L2Rib::HostInput> hosts;
+    ObjectTables objects;
+};
+
 class PolicySm : Quil::Clock::NotifieeConst {
  public:
-    PolicySm(const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::HostOutput> output);
+    PolicySm(const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::HostOutput> output, ObjectOutputs& objects);
     ~PolicySm() override;
 
-    // Merges this table from now on, what it holds already included; in place of an earlier one of the source.
-    void sourceIs(L2Rib::Source source, const Quil::Ptr<L2Rib::HostInput>& hosts);
+    // Merges these tables from now on, what they hold already included; in place of earlier ones of the source.
+    void sourceIs(L2Rib::Source source, const InputTables& tables);
     // Withdraws everything the source said.
     void sourceDel(L2Rib::Source source);
-    // Whether the source's table holds all it knows (the default). While it does not, because the source fills it again
-    // or is away, the hosts it won stand as they are, should the table lack them.
+    // Whether the source's tables hold all it knows (the default). While they do not, because the source fills them
+    // again or is away, the hosts it won stand as they are, should the table lack them; so do its objects.
     void isWholeIs(L2Rib::Source source, bool isWhole);
     // The output holds what an earlier process left: all of it is elected again.
     void sweepAll() { sweep(L2Rib::sourceAll); }
@@ -44,32 +51,30 @@ class PolicySm : Quil::Clock::NotifieeConst {
     bool isSettled() const;
     Quil::Seconds quantum() const { return quantum_; }
     void quantumIs(Quil::Seconds quantum) { quantum_ = quantum; }
-    // Every claim on the host.
-    std::vector<Candidate> candidates(const Bridging::MacVlanPair& key) const;
+    // Every claim on the host that leads somewhere, as the output would have it.
+    std::vector<Candidate> candidates(const Bridging::MacVlanPair& key);
 
  private:
     static constexpr Quil::Seconds retry = 1;
 
-    // One source: its table, and the keys whose turn has not come.
-    class Input : public L2Rib::HostInput::NotifieeConst {
+    // One source.
+    class Input {
      public:
-        Input(PolicySm& policy, const Quil::Ptr<L2Rib::HostInput>& hosts)
-            : policy_(policy), walk_(hosts->hosts().begin()) {
-            notifierIs(hosts);
-        }
-        void onHost(const Bridging::MacVlanPair& key) override {
-            changed_.insert(key);
-            policy_.kick();
-        }
-        bool isSettled() const { return changed_.empty() && !walk_; }
-        bool step();  // elects one key; false when there is none
-        bool isWhole = true;
+        Input(PolicySm& policy, L2Rib::Source source, const InputTables& tables);
+        bool step();
+        bool isSettled() const { return hosts_.isEmpty() && graph_.isSettled(); }
+        bool isWhole() const { return isWhole_; }
+        void isWholeIs(bool isWhole);
+        // The source's claim on the host; false when there is none, or it does not lead anywhere yet.
+        bool claim(const Bridging::MacVlanPair& key, L2Rib::Host& host);
 
      private:
         PolicySm& policy_;
-        std::set<Bridging::MacVlanPair> changed_;
-        Bridging::MacVlanPair last_;            // of the changed keys; the next one is behind it
-        L2Rib::HostInput::IteratorConst walk_;  // over what the table held at first
+        const L2Rib::Source source_;
+        const Quil::Ptr<L2Rib::HostInput> table_;
+        bool isWhole_ = true;
+        Backlog<L2Rib::HostInput> hosts_;
+        ObjectGraph graph_;
     };
 
     void onTime() override;
@@ -80,6 +85,7 @@ class PolicySm : Quil::Clock::NotifieeConst {
     void elect(const Bridging::MacVlanPair& key);
 
     const Quil::Ptr<L2Rib::HostOutput> output_;
+    ObjectOutputs& objects_;
     std::map<L2Rib::Source, std::unique_ptr<Input>> inputs_;
     std::uint32_t swept_ = 0;  // the sources whose hosts in the output are elected again
     L2Rib::HostOutput::IteratorConst sweep_;

@@ -43,13 +43,10 @@ void SourceMounts::review(Follower& follower) {
 void SourceMounts::mount(Follower& follower) {
     checkSource(follower);
     const auto& entry = *follower.notifier();
-    const Place place = placeOf(entry.hostTableMemtabPath(), "host");
-    auto hosts = L2Rib::hostInputFactory(place.table);
-    em_.mount(place.path, hosts, QuilMemtab::MountInfo::reader("host"));
-    follower.hosts = hosts;
+    const InputTables tables = mountTables(follower);
     follower.source = entry.source();
     follower.hostPath = entry.hostTableMemtabPath();
-    policy_.sourceIs(follower.source, hosts);
+    policy_.sourceIs(follower.source, tables);
     floods_.sourceIs(notifier()->source(entry.name()));
     report_(Quil::cat("source ", entry.name(), " is merged: ", entry.source()));
 }
@@ -58,10 +55,38 @@ void SourceMounts::unmount(Follower& follower) {
     if (!follower.isMounted()) return;
     policy_.sourceDel(follower.source);
     floods_.sourceDel(follower.notifier()->name());
-    const Place place = placeOf(follower.hostPath, "host");
-    em_.unmount(place.path, place.table);
-    follower.hosts = nullptr;
+    unmountTables(follower);
     reviewWaiting(std::exchange(follower.source, L2Rib::sourceNone));
+}
+
+InputTables SourceMounts::mountTables(Follower& follower) {
+    const auto& entry = *follower.notifier();
+    const auto mountOne = [&](auto factory, const Quil::String& path) {
+        using Table = std::decay_t<decltype(*factory(""))>;
+        const Place place = placeOf(path, Table::fwkCollection);
+        const auto table = factory(place.table);
+        em_.mount(place.path, table, QuilMemtab::MountInfo::reader(Table::fwkCollection));
+        follower.mounted.push_back(place);
+        return table;
+    };
+    try {
+        InputTables tables;
+        tables.hosts = mountOne(L2Rib::hostInputFactory, entry.hostTableMemtabPath());
+        if (entry.multiTable()) {
+            tables.objects.loadBalances = mountOne(L2Rib::loadBalanceTableFactory, entry.lbTableMemtabPath());
+            tables.objects.labels = mountOne(L2Rib::labelTableFactory, entry.labelTableMemtabPath());
+            tables.objects.dests = mountOne(L2Rib::destTableFactory, entry.destTableMemtabPath());
+        }
+        return tables;
+    } catch (...) {
+        unmountTables(follower);
+        throw;
+    }
+}
+
+void SourceMounts::unmountTables(Follower& follower) {
+    for (const Place& place : follower.mounted) em_.unmount(place.path, place.table);
+    follower.mounted.clear();
 }
 
 void SourceMounts::reviewWaiting(L2Rib::Source source) {

@@ -36,11 +36,11 @@ class SourceMounts : L2Rib::AgentSourceDir::NotifieeConst {
         void onInitialized() override { mounts.review(*this); }
         void onSource() override { mounts.review(*this); }
         void onHostTableMemtabPath() override { mounts.review(*this); }
-        bool isMounted() const { return hosts != nullptr; }
+        bool isMounted() const { return !mounted.empty(); }
         // What is mounted at present.
         L2Rib::Source source = L2Rib::sourceNone;
         Quil::String hostPath;
-        Quil::Ptr<L2Rib::HostInput> hosts;
+        std::vector<Place> mounted;
     };
 
     using L2Rib::AgentSourceDir::NotifieeConst::onSource;
@@ -50,6 +50,8 @@ class SourceMounts : L2Rib::AgentSourceDir::NotifieeConst {
     void unmount(Follower& follower);
     void checkSource(const Follower& follower) const;
     void reviewWaiting(L2Rib::Source source);
+    InputTables mountTables(Follower& follower);
+    void unmountTables(Follower& follower);
     static Place placeOf(const Quil::String& memtabPath, const char* collection);
 
     Corestore::EntityManager& em_;

@@ -30,10 +30,19 @@ class Dump {
 
     void add(const TableFiles& table) {
         const Quil::String type = classTypeOf(table);
-        const bool known = addRows<L2Rib::HostInput>(table, type, &SourceContents::hosts) ||
-                           addRows<L2Rib::LoadBalanceTable>(table, type, &SourceContents::loadBalances) ||
-                           addRows<L2Rib::LabelTable>(table, type, &SourceContents::labels) ||
-                           addRows<L2Rib::DestTable>(table, type, &SourceContents::dests) || addOutput(table, type);
+        using namespace L2Rib;
+        const bool known =
+            addRows<HostInput>(table, type, &SourceContents::hosts) ||
+            addRows<LoadBalanceTable>(table, type, &SourceContents::loadBalances) ||
+            addRows<LabelTable>(table, type, &SourceContents::labels) ||
+            addRows<DestTable>(table, type, &SourceContents::dests) ||
+            addOutput<HostOutput>(table, type, &SourceContents::hosts, &sourceOfHost, &HostAndSource::host) ||
+            addOutput<LoadBalanceOutput>(table, type, &SourceContents::loadBalances,
+                                         &sourceOfObject<LoadBalanceAndSource>, &LoadBalanceAndSource::lb) ||
+            addOutput<LabelOutput>(table, type, &SourceContents::labels, &sourceOfObject<LabelAndSource>,
+                                   &LabelAndSource::labelObj) ||
+            addOutput<DestOutput>(table, type, &SourceContents::dests, &sourceOfObject<DestAndSource>,
+                                  &DestAndSource::dest);
         if (!known) throw Quil::SystemException(Quil::cat(table.name, ": ", type, " cannot be dumped"));
     }
     std::vector<SourceContents> contents() && {
@@ -43,6 +52,11 @@ class Dump {
     }
 
  private:
+    static L2Rib::Source sourceOfHost(const L2Rib::HostAndSource& record) { return record.source(); }
+    template <class Record>
+    static L2Rib::Source sourceOfObject(const Record& record) {
+        return record.sourceOtas().source();
+    }
     static Quil::String classTypeOf(const TableFiles& table) {
         Mem::SharedDirectory directory(table.directory);
         Quil::String reason;
@@ -99,23 +113,27 @@ class Dump {
         if (type != Table::fwkTypeName) return false;
         auto& into = inputOf(table).*rows;
         for (const auto& row : mount<Table>(table, Table::fwkCollection)->records()) into.push_back(row);
-        std::sort(into.begin(), into.end(), [](const auto& a, const auto& b) { return a.key() < b.key(); });
+        sort(into);
         return true;
     }
 
-    // Each host to the source that won it.
-    bool addOutput(const TableFiles& table, const Quil::String& type) {
-        if (type != L2Rib::HostOutput::fwkTypeName) return false;
-        for (const auto& record : mount<L2Rib::HostOutput>(table, "host")->hosts()) {
-            SourceContents& source = sources_[Apps::sourceName(record.source())];
-            source.source = record.source();
-            source.hosts.push_back(record.host());
+    // Each row of the output to the source that it is from.
+    template <class Table, class Row>
+    bool addOutput(const TableFiles& table, const Quil::String& type, std::vector<Row> SourceContents::*rows,
+                   L2Rib::Source (*sourceOf)(const typename Table::Record&),
+                   const Row& (Table::Record::*rowOf)() const) {
+        if (type != Table::fwkTypeName) return false;
+        for (const auto& record : mount<Table>(table, Table::fwkCollection)->records()) {
+            SourceContents& source = sources_[Apps::sourceName(sourceOf(record))];
+            source.source = sourceOf(record);
+            (source.*rows).push_back((record.*rowOf)());
         }
-        for (auto& [name, source] : sources_) {
-            std::sort(source.hosts.begin(), source.hosts.end(),
-                      [](const auto& a, const auto& b) { return a.key() < b.key(); });
-        }
+        for (auto& [name, source] : sources_) sort(source.*rows);
         return true;
+    }
+    template <class Row>
+    static void sort(std::vector<Row>& rows) {
+        std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.key() < b.key(); });
     }
 
     Quil::EventLoop loop_;

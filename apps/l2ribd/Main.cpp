@@ -85,6 +85,13 @@ class Agentd : L2Rib::Config::NotifieeConst {
         auto info = L2Rib::TableInfo().hostOutputInfo(QuilMemtab::writer);
         info.keepOverRestart = !config_->agentEnabled();
         readers_.mount(Agent::Places::output, output_, info);
+        const auto mount = [&](const auto& table, auto objectInfo) {
+            objectInfo.keepOverRestart = info.keepOverRestart;
+            readers_.mount(Agent::Places::output, table, objectInfo);
+        };
+        mount(objects_.loadBalances(), L2Rib::TableInfo().loadBalanceOutputInfo(QuilMemtab::writer));
+        mount(objects_.labels(), L2Rib::TableInfo().labelOutputInfo(QuilMemtab::writer));
+        mount(objects_.dests(), L2Rib::TableInfo().destOutputInfo(QuilMemtab::writer));
         if (info.keepOverRestart) policy_.sweepAll();
         apply();
         policy_.settle();
@@ -111,7 +118,8 @@ class Agentd : L2Rib::Config::NotifieeConst {
     const Quil::Ptr<L2Rib::PolicySmStatus> status_ = L2Rib::policySmStatusFactory("status");
     const Quil::Ptr<L2Rib::Config> config_ = L2Rib::configFactory("config");
     const ConfigFile file_{directory_};
-    Agent::PolicySm policy_{loop_.clock(), output_};
+    Agent::ObjectOutputs objects_{status_};
+    Agent::PolicySm policy_{loop_.clock(), output_, objects_};
     Agent::FloodMerge floods_{loop_.clock(), floodSets_};
     Agent::SourceMounts mounts_{readers_, sources_, policy_, floods_, say};
     Agent::SourceFinder finder_{loop_, options_.root, sources_, options_.hold, say};

@@ -121,6 +121,26 @@ TEST_F(ReplicationTest, StartsAtTheScalarThatIsAskedFor) {
     EXPECT_EQ(copy->maxDestId(), DestId(3));
 }
 
+// A sink may ask for a scalar to be set, where the source takes that; every sink is told.
+TEST_F(ReplicationTest, ASinkAsksForAChange) {
+    auto config = configFactory("config"), shown = configFactory("config"), wanted = configFactory("config");
+    wanted->agentEnabledIs(false);
+    auto configSource = std::make_unique<Quil::AttrLogSource>(loop, scratch.path(), "config", config);
+    Quil::AttrLogSink asking(loop, scratch.path(), "config", shown);
+    const auto ready = [&] { return asking.isSynchronised(); };
+    ASSERT_TRUE(test::turnUntil(loop, ready));
+    EXPECT_TRUE(asking.ask(*wanted, 1));
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return !asking.isConnected(); }));  // it only shows
+    EXPECT_TRUE(config->agentEnabled());
+    configSource.reset();
+    configSource =
+        std::make_unique<Quil::AttrLogSource>(loop, scratch.path(), "config", config, Quil::AttrLogSource::writable);
+    ASSERT_TRUE(test::turnUntil(loop, ready));
+    EXPECT_TRUE(asking.ask(*wanted, 1));
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return !shown->agentEnabled(); }));
+    EXPECT_FALSE(config->agentEnabled());
+}
+
 // A sink that does not read costs the source no memory for every change: it gets the last value of each attribute.
 TEST_F(ReplicationTest, ASlowSinkGetsTheLatestValues) {
     serve();

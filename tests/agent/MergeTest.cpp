@@ -21,8 +21,8 @@ class PolicySmTest : public testing::Test {
  protected:
     PolicySmTest() {
         log.notifierIs(output);
-        policy.sourceIs(sourceLocalStatic, local);
-        policy.sourceIs(sourceBgp, bgp);
+        policy.sourceIs(sourceLocalStatic, {local, {}});
+        policy.sourceIs(sourceBgp, {bgp, {}});
     }
     static Host hostOf(std::uint32_t number, Bridging::EntryType type = Bridging::entryTypeDynamic) {
         Host host(test::keyOf(number));
@@ -38,7 +38,8 @@ class PolicySmTest : public testing::Test {
     Quil::Ptr<HostOutput> output = hostOutputFactory("output");
     Quil::Ptr<HostInput> bgp = hostInputFactory("bgp"), local = hostInputFactory("local");
     Log log;
-    PolicySm policy{clock, output};
+    ObjectOutputs objects{policySmStatusFactory("status")};
+    PolicySm policy{clock, output, objects};
 };
 
 TEST_F(PolicySmTest, AWithdrawalIsOneUpdateAndNoChangeWritesNothing) {
@@ -116,7 +117,7 @@ TEST_F(PolicySmTest, AnotherTableOfASourceReplacesTheFirst) {
     auto other = hostInputFactory("other");
     other->hostIs(hostOf(2));
     other->hostIs(hostOf(3));
-    policy.sourceIs(sourceBgp, other);
+    policy.sourceIs(sourceBgp, {other, {}});
     EXPECT_EQ(settled().size(), std::string("Bgp;gone;").size());
     EXPECT_EQ(output->host(test::keyOf(1)).source(), sourceNone);
 }

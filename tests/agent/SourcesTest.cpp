@@ -79,7 +79,8 @@ class SourcesTest : public testing::Test {
     const Quil::Ptr<AgentSourceDir> directory = agentSourceDirFactory("sources");
     Log log;
     std::string reports;
-    PolicySm policy{loop.clock(), output};
+    ObjectOutputs objects{policySmStatusFactory("status")};
+    PolicySm policy{loop.clock(), output, objects};
     FloodMerge floods{loop.clock(), floodSets};
     const std::function<void(const Quil::String&)> report = [this](const Quil::String& text) {
         reports += text + "\n";

@@ -1,0 +1,58 @@
+// Backlog: the keys of one input table that are to be looked at: those that changed, in turn, and, once, all that the
+// table held when it was mounted.
+//
+// Owner     Whoever merges the table.
+// Threads   Event-loop thread.
+#pragma once
+
+#include <functional>
+#include <set>
+
+#include "Quil/Ptr.h"
+
+namespace Agent {
+
+template <class Table>
+class Backlog : public Table::NotifieeBase {
+ public:
+    using Key = typename Table::Key;
+
+    // kick is called when there is something to do.
+    Backlog(const Quil::Ptr<Table>& table, std::function<void()> kick)
+        : kick_(std::move(kick)), walk_(table->records().begin()) {
+        this->notifierIs(table);
+    }
+
+    bool isEmpty() const { return changed_.empty() && !walk_; }
+    void mark(const Key& key) {
+        changed_.insert(key);
+        kick_();
+    }
+    // Calls handle(key) for the next one; false when there is none. A key stays while its handling throws.
+    template <class F>
+    bool step(F&& handle) {
+        if (!changed_.empty()) {
+            auto next = changed_.upper_bound(last_);
+            if (next == changed_.end()) next = changed_.begin();
+            last_ = *next;
+            handle(last_);
+            changed_.erase(last_);
+            return true;
+        }
+        if (!walk_) return false;
+        handle(walk_.key());
+        ++walk_;
+        return true;
+    }
+
+ private:
+    void fwkOnKey(const Key& key) override { mark(key); }
+    void fwkOnImmediateCollection() override {}
+
+    const std::function<void()> kick_;
+    std::set<Key> changed_;
+    Key last_{};  // of the changed keys; the next one is behind it
+    typename Table::IteratorConst walk_;
+};
+
+}  // namespace Agent

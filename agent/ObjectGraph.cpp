@@ -1,0 +1,313 @@
+#include "agent/ObjectGraph.h"
+
+#include <algorithm>
+
+#include "Quil/Trace.h"
+#include "agent/PutRow.h"
+
+namespace Agent {
+
+using namespace L2Rib;
+
+namespace {
+
+// What can be a node; the rest of what a row may hold leads nowhere.
+bool isObject(const ObjTuple& tuple) { return tuple.isValid() && tuple.tableType() <= tableTypeDest; }
+
+template <class Id>
+ObjTuple tupleOf(const Id& id) {
+    constexpr TableType table = std::is_same_v<Id, LoadBalanceId> ? tableTypeLoadBalance
+                                : std::is_same_v<Id, LabelId>     ? tableTypeLabel
+                                                                  : tableTypeDest;
+    return {ObjId(id.value()), table};
+}
+
+}  // namespace
+
+ObjectGraph::ObjectGraph(Source source, const ObjectTables& tables, ObjectOutputs& outputs,
+                         std::function<void(const HostKey&)> onHost, std::function<void()> kick)
+    : source_(source),
+      tables_(tables),
+      outputs_(outputs),
+      onHost_(std::move(onHost)),
+      kick_(std::move(kick)),
+      loadBalances_(tables.loadBalances, kick_),
+      labels_(tables.labels, kick_),
+      dests_(tables.dests, kick_) {}
+
+ObjectGraph::~ObjectGraph() {
+    for (const auto& [tuple, node] : nodes_) {
+        if (node.resolves) outputs_.doom(node.output);
+        outputs_.manager(tuple.tableType()).delOutputOt(node.output);
+    }
+}
+
+ObjTuple ObjectGraph::hostNextIs(const HostKey& host, const ObjTuple& next) {
+    const auto known = hostNext_.find(host);
+    const ObjTuple before = known == hostNext_.end() ? ObjTuple() : known->second;
+    if (!(before == next)) {
+        if (isObject(next)) {
+            hostNext_[host] = next;
+            nodeIs(next).hosts.insert(host);
+        } else if (known != hostNext_.end()) {
+            hostNext_.erase(known);
+        }
+        if (isObject(before)) {
+            nodes_.at(before).hosts.erase(host);
+            releaseIfUnused(before);
+        }
+        loadAll();
+    }
+    return outputOf(next);
+}
+
+Lanx::IpGenAddr ObjectGraph::lowestVtep(const ObjTuple& tuple) const {
+    Lanx::IpGenAddr lowest;
+    std::set<ObjTuple> seen;
+    std::vector<ObjTuple> todo{tuple};
+    while (!todo.empty()) {
+        const ObjTuple at = todo.back();
+        todo.pop_back();
+        const Node* found = node(at);
+        if (!found || !found->resolves || !seen.insert(at).second) continue;
+        if (at.tableType() != tableTypeDest) {
+            todo.insert(todo.end(), found->next.begin(), found->next.end());
+        } else if (found->dest.destType() == destTypeVxlan) {
+            const auto vtep = found->dest.vxlan().vtepAddr();
+            if (lowest == Lanx::IpGenAddr() || vtep < lowest) lowest = vtep;
+        }
+    }
+    return lowest;
+}
+
+void ObjectGraph::isWholeIs(bool isWhole) {
+    if (std::exchange(isWhole_, isWhole) == isWhole || !isWhole) return;
+    for (const auto& [tuple, unused] : nodes_) changed(tuple);
+}
+
+void ObjectGraph::changed(const ObjTuple& tuple) {
+    if (tuple.tableType() == tableTypeLoadBalance) loadBalances_.mark(tuple.lbId());
+    if (tuple.tableType() == tableTypeLabel) labels_.mark(tuple.labelId());
+    if (tuple.tableType() == tableTypeDest) dests_.mark(tuple.destId());
+}
+
+bool ObjectGraph::isSettled() const {
+    return toEvaluate_.empty() && walks_.empty() && loadBalances_.isEmpty() && labels_.isEmpty() && dests_.isEmpty();
+}
+
+bool ObjectGraph::step() {
+    if (!toEvaluate_.empty()) {
+        const ObjTuple tuple = *toEvaluate_.begin();
+        toEvaluate_.erase(toEvaluate_.begin());
+        evaluate(tuple);
+        return true;
+    }
+    const auto take = [this](const auto& id) {
+        const ObjTuple tuple = tupleOf(id);
+        if (!isObject(tuple)) return;
+        nodeIs(tuple);
+        load(tuple);
+        loadAll();
+    };
+    return dests_.step(take) || labels_.step(take) || loadBalances_.step(take) || walkStep();
+}
+
+ObjectGraph::Node& ObjectGraph::nodeIs(const ObjTuple& tuple) {
+    const auto [at, isNew] = nodes_.try_emplace(tuple);
+    if (isNew) {
+        at->second.output = outputs_.manager(tuple.tableType()).newOutputOt({tuple, source_});
+        toLoad_.push_back(tuple);
+    }
+    return at->second;
+}
+
+const ObjectGraph::Node* ObjectGraph::node(const ObjTuple& tuple) const {
+    const auto found = nodes_.find(tuple);
+    return found == nodes_.end() ? nullptr : &found->second;
+}
+
+ObjTuple ObjectGraph::outputOf(const ObjTuple& tuple) const {
+    const Node* found = node(tuple);
+    return found && found->resolves ? found->output : ObjTuple();
+}
+
+bool ObjectGraph::readRow(const ObjTuple& tuple, Node& into) const {
+    into.next.clear();
+    switch (tuple.tableType()) {
+        case tableTypeLoadBalance: {
+            LoadBalance row;
+            if (!tables_.loadBalances->lb(tuple.lbId(), row)) return false;
+            if (row.next().count() > LoadBalance::MemberArray::capacity) return true;
+            row.next().forEach([&](std::uint32_t, const ObjTuple& member) { into.next.push_back(member); });
+            return true;
+        }
+        case tableTypeLabel: {
+            Label row;
+            if (!tables_.labels->label(tuple.labelId(), row)) return false;
+            into.label = row.label();
+            into.next.push_back(row.next());
+            return true;
+        }
+        default:
+            return tables_.dests->dest(tuple.destId(), into.dest);
+    }
+}
+
+// Takes the object's row as it is now.
+void ObjectGraph::load(const ObjTuple& tuple) {
+    const auto at = nodes_.find(tuple);
+    if (at == nodes_.end()) return;
+    Node& node = at->second;
+    Node row;
+    const bool isPresent = readRow(tuple, row);
+    if (!isPresent && !isWhole_ && node.isPresent) return;
+    node.isPresent = isPresent;
+    node.label = row.label;
+    node.dest = row.dest;
+    node.next.swap(row.next);
+    relink(tuple, row.next);
+    toEvaluate_.insert(tuple);
+    toEvaluate_.insert(refused_.begin(), refused_.end());  // a circle may be broken
+    if (Reach reach = reachOf(tuple); reach.isCircular) toEvaluate_.merge(reach.behind);  // all that are on it
+    kick_();
+}
+
+void ObjectGraph::relink(const ObjTuple& tuple, const std::vector<ObjTuple>& before) {
+    const std::vector<ObjTuple> now = nodes_.at(tuple).next;
+    for (const ObjTuple& child : now) {
+        if (isObject(child)) nodeIs(child).parents.insert(tuple);
+    }
+    for (const ObjTuple& child : before) {
+        if (!isObject(child) || std::find(now.begin(), now.end(), child) != now.end()) continue;
+        const auto gone = nodes_.find(child);
+        if (gone == nodes_.end()) continue;  // named twice, and released
+        gone->second.parents.erase(tuple);
+        releaseIfUnused(child);
+    }
+}
+
+// What a reference has brought up, and what that leads to. So that a host whose objects are there is not held up.
+void ObjectGraph::loadAll() {
+    if (toLoad_.empty()) return;
+    while (!toLoad_.empty()) {
+        const ObjTuple tuple = toLoad_.back();
+        toLoad_.pop_back();
+        load(tuple);
+    }
+    while (!toEvaluate_.empty()) {
+        const ObjTuple tuple = *toEvaluate_.begin();
+        toEvaluate_.erase(toEvaluate_.begin());
+        evaluate(tuple);
+    }
+}
+
+// The objects behind this one; whether it is among them, or they are too many.
+ObjectGraph::Reach ObjectGraph::reachOf(const ObjTuple& tuple) const {
+    Reach reach;
+    std::vector<ObjTuple> todo{tuple};
+    while (!todo.empty()) {
+        const Node* at = node(todo.back());
+        todo.pop_back();
+        if (!at) continue;
+        for (const ObjTuple& child : at->next) {
+            if (child == tuple || reach.behind.size() > maxReach) reach.isCircular = true;
+            if (isObject(child) && reach.behind.size() <= maxReach && reach.behind.insert(child).second) {
+                todo.push_back(child);
+            }
+        }
+    }
+    return reach;
+}
+
+bool ObjectGraph::leadsSomewhere(const ObjTuple& tuple, const Node& node) const {
+    if (tuple.tableType() == tableTypeDest) return true;
+    return std::any_of(node.next.begin(), node.next.end(),
+                       [&](const ObjTuple& child) { return !(outputOf(child) == ObjTuple()); });
+}
+
+void ObjectGraph::evaluate(const ObjTuple& tuple) {
+    const auto at = nodes_.find(tuple);
+    if (at == nodes_.end()) return;
+    Node& node = at->second;
+    refusedIs(tuple, node, node.isPresent && reachOf(tuple).isCircular);
+    const bool resolves = node.isPresent && !node.isRefused && leadsSomewhere(tuple, node);
+    if (resolves) {
+        write(tuple, node);
+        outputs_.spare(node.output);
+    } else if (node.resolves) {
+        outputs_.doom(node.output);
+    }
+    if (std::exchange(node.resolves, resolves) != resolves) {
+        toEvaluate_.insert(node.parents.begin(), node.parents.end());
+        if (!node.hosts.empty()) walks_.push_back({tuple, {}, false});
+    }
+    kick_();
+    releaseIfUnused(tuple);
+}
+
+void ObjectGraph::refusedIs(const ObjTuple& tuple, Node& node, bool isRefused) {
+    if (std::exchange(node.isRefused, isRefused) == isRefused) return;
+    isRefused ? void(refused_.insert(tuple)) : void(refused_.erase(tuple));
+    static Quil::Trace& trace = Quil::Trace::handler("Agent");
+    trace.log(3, [&] {
+        return Quil::cat(ObjTupleAndSource(tuple, source_),
+                         isRefused ? " leads back to itself: refused" : " leads back to itself no more");
+    });
+}
+
+void ObjectGraph::write(const ObjTuple& tuple, const Node& node) {
+    const ObjTupleAndSource otas(tuple, source_);
+    if (tuple.tableType() == tableTypeLoadBalance) {
+        LoadBalance group(node.output.lbId());
+        for (std::uint8_t i = 0; i < node.next.size(); ++i) group.nextIs(EcmpIndex(i), outputOf(node.next[i]));
+        LoadBalanceAndSource row(group.key());
+        row.lbIs(group);
+        row.sourceOtasIs(otas);
+        putRow(*outputs_.loadBalances(), row);
+    } else if (tuple.tableType() == tableTypeLabel) {
+        Label label(node.output.labelId());
+        label.labelIs(node.label);
+        label.nextIs(outputOf(node.next[0]));
+        LabelAndSource row(label.key());
+        row.labelObjIs(label);
+        row.sourceOtasIs(otas);
+        putRow(*outputs_.labels(), row);
+    } else {
+        Dest dest(node.output.destId(), DestDataIntf());
+        dest.copyAllButKey(node.dest);
+        DestAndSource row(dest.key());
+        row.destIs(dest);
+        row.sourceOtasIs(otas);
+        putRow(*outputs_.dests(), row);
+    }
+}
+
+void ObjectGraph::releaseIfUnused(const ObjTuple& tuple) {
+    const auto at = nodes_.find(tuple);
+    if (at == nodes_.end()) return;
+    const Node& node = at->second;
+    if (node.isPresent || !node.parents.empty() || !node.hosts.empty()) return;
+    if (node.resolves) outputs_.doom(node.output);
+    outputs_.manager(tuple.tableType()).delOutputOt(node.output);
+    refused_.erase(tuple);
+    nodes_.erase(at);
+}
+
+bool ObjectGraph::walkStep() {
+    if (walks_.empty()) return false;
+    HostWalk& walk = walks_.front();
+    const Node* at = node(walk.tuple);
+    if (at) {
+        const auto next = walk.hasBegun ? at->hosts.upper_bound(walk.last) : at->hosts.begin();
+        if (next != at->hosts.end()) {
+            walk.last = *next;
+            walk.hasBegun = true;
+            onHost_(walk.last);
+            return true;
+        }
+    }
+    walks_.pop_front();
+    return true;
+}
+
+}  // namespace Agent
