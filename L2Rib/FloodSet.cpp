@@ -11,18 +11,12 @@ bool FloodSet::destSet(const Dest& dest) const {
 }
 
 void FloodSet::destSetIs(const Dest& dest, bool flag) {
-    auto node = destSet_.extract(dest);
-    const bool isNew = node.empty(), changes = isNew || node.mapped() != flag;
-    if (isNew) {
-        destSet_.emplace(dest, flag);
-    } else {
-        // An equal destination may lie in other bytes; who replicates the set compares those.
-        node.key() = dest;
-        node.mapped() = flag;
-        destSet_.insert(std::move(node));
-    }
+    const auto [member, isNew] = destSet_.try_emplace(dest, flag);
+    if (!isNew && std::exchange(member->second, flag) == flag) return;
+    const auto keep = Quil::heldWhileCounted(this);
+    const Dest changed = dest;  // the caller's may lie in what a watcher removes
     fwkChanged();
-    if (changes) notifiees_.forEach([&](NotifieeConst& n) { n.onDestSet(dest); });
+    notifiees_.forEach([&](NotifieeConst& n) { n.onDestSet(changed); });
 }
 
 bool FloodSet::destSetDel(const Dest& dest) {

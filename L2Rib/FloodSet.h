@@ -3,7 +3,9 @@
 // The tree is: source entry or flood-set output -> VlanFloodSet per VLAN -> FloodSet per MAC -> a set of destinations.
 //
 // Owner     The parent holds its children by counted pointers; one that is removed lives on while someone holds it.
-// Threads   Event-loop thread; watchers are told from inside the setters, only of real changes.
+// Threads   Event-loop thread; watchers are told from inside the setters, only of real changes: of each member by its
+//           key. The callbacks without a key are those of a framework that announces a collection as a whole; nothing
+//           here does.
 #pragma once
 
 #include <unordered_map>
@@ -81,7 +83,8 @@ class L2RIB_EXPORT VlanFloodSet : public Quil::Entity {
  private:
     const Bridging::VlanId vlanId_;
     mutable Quil::NotifieeList<NotifieeConst> notifiees_;
-    Quil::Children<Lanx::EthAddr, FloodSet, NotifieeConst> floodSet_{this, notifiees_, &NotifieeConst::onFloodSet};
+    Quil::Children<Lanx::EthAddr, FloodSet, NotifieeConst> floodSet_{this, "floodSet", notifiees_,
+                                                                     &NotifieeConst::onFloodSet};
 };
 
 }  // namespace L2Rib

@@ -34,7 +34,7 @@ class L2RIB_EXPORT FloodSetOutput : public Quil::Entity {
  private:
     std::uint32_t source_ = 0;
     mutable Quil::NotifieeList<NotifieeConst> notifiees_;
-    Quil::Children<Bridging::VlanId, VlanFloodSet, NotifieeConst> vlanFloodSet_{this, notifiees_,
+    Quil::Children<Bridging::VlanId, VlanFloodSet, NotifieeConst> vlanFloodSet_{this, "vlanFloodSet", notifiees_,
                                                                                 &NotifieeConst::onVlanFloodSet};
 };
 

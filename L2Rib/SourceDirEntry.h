@@ -2,8 +2,10 @@
 // And the directory of all sources.
 //
 // A writer makes the entry, sets paths, lengths and source, and initialized last, when its tables hold what it knows;
-// readers trust the tables only then. A path is that of the table's map under the root ("l2rib/input/bgp/host/host"); a
-// length is the most entries that the table was made for.
+// readers trust the tables only then. It speaks of the tables: flood sets may come later. Readers in other processes
+// are told of what differs after a turn of the writer's loop: who fills tables again sets initialized to false and lets
+// a turn pass before anything else changes. A path is that of the table's map under the root
+// ("l2rib/input/bgp/host/host"); a length is the most entries that the table was made for.
 //
 // Owner     The directory holds its entries, an entry its flood sets, by counted pointers.
 // Threads   Event-loop thread; watchers are told from inside the setters, only of real changes.
@@ -95,7 +97,7 @@ class L2RIB_EXPORT SourceDirEntry : public Quil::Entity {
     Source source_ = sourceNone;
     bool initialized_ = false;
     mutable Quil::NotifieeList<NotifieeConst> notifiees_;
-    Quil::Children<Bridging::VlanId, VlanFloodSet, NotifieeConst> vlanFloodSet_{this, notifiees_,
+    Quil::Children<Bridging::VlanId, VlanFloodSet, NotifieeConst> vlanFloodSet_{this, "vlanFloodSet", notifiees_,
                                                                                 &NotifieeConst::onVlanFloodSet};
 };
 
@@ -122,7 +124,8 @@ class L2RIB_EXPORT AgentSourceDir : public Quil::Entity {
 
  private:
     mutable Quil::NotifieeList<NotifieeConst> notifiees_;
-    Quil::Children<Quil::Name, SourceDirEntry, NotifieeConst> source_{this, notifiees_, &NotifieeConst::onSource};
+    Quil::Children<Quil::Name, SourceDirEntry, NotifieeConst> source_{this, "source", notifiees_,
+                                                                      &NotifieeConst::onSource};
 };
 
 L2RIB_EXPORT Quil::Ptr<SourceDirEntry> sourceDirEntryFactory(const Quil::Name& name);

@@ -167,7 +167,7 @@ void ObjectGraph::load(const ObjTuple& tuple) {
     node.next.swap(row.next);
     relink(tuple, row.next);
     toEvaluate_.insert(tuple);
-    toEvaluate_.insert(refused_.begin(), refused_.end());  // a circle may be broken
+    toEvaluate_.insert(refused_.begin(), refused_.end());                                 // a circle may be broken
     if (Reach reach = reachOf(tuple); reach.isCircular) toEvaluate_.merge(reach.behind);  // all that are on it
     kick_();
 }

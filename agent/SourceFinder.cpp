@@ -82,12 +82,13 @@ bool SourceFinder::Link::isSettled() const {
 }
 
 void SourceFinder::Link::onState() {
-    if (sink_->isConnected()) {
+    if (sink_->isSynchronised()) {
         wakeupTimeIs(Quil::never);
-        wasConnected_ = true;
+        isThere_ = true;
         return;
     }
-    if (!std::exchange(wasConnected_, false)) return;
+    // One that connects and says nothing, or nonsense, is as good as away.
+    if (sink_->isConnected() || !std::exchange(isThere_, false)) return;
     entry_->initializedIs(false);
     if (!hasSocket()) return withdraw("has withdrawn itself");
     finder_.report_(Quil::cat("source ", name_, " is away; its hosts stand for ", finder_.hold_, " s"));
@@ -95,7 +96,7 @@ void SourceFinder::Link::onState() {
 }
 
 void SourceFinder::Link::onTime() {
-    if (sink_ && !sink_->isConnected()) withdraw("has not come back");
+    if (sink_ && !sink_->isSynchronised()) withdraw("has not come back");
 }
 
 void SourceFinder::Link::withdraw(const char* why) {

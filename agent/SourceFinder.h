@@ -52,7 +52,7 @@ class SourceFinder : Quil::Clock::NotifieeConst {
         std::unique_ptr<Mem::InotifyWatcher> watcher_;
         Quil::Ptr<L2Rib::SourceDirEntry> entry_;  // with the sink
         std::unique_ptr<Quil::AttrLogSink> sink_;
-        bool wasConnected_ = false;
+        bool isThere_ = false;  // it has said what it has to say, and has not gone since
     };
 
     void onTime() override { look(); }

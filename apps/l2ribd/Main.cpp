@@ -102,7 +102,11 @@ class Agentd : L2Rib::Config::NotifieeConst {
         floods_.enabledIs(config_->agentEnabled());
     }
     void onAgentEnabled() override {
-        file_.writeEnabled(config_->agentEnabled());
+        try {
+            file_.writeEnabled(config_->agentEnabled());
+        } catch (const Quil::Exception& error) {
+            say(Quil::cat("the switch is not kept over a restart: ", error.what()));
+        }
         say(config_->agentEnabled() ? "is enabled" : "is disabled: the output stays as it is");
         apply();
     }

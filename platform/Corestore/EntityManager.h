@@ -15,7 +15,7 @@ namespace Corestore {
 // An inner node of the tree.
 class L2RIB_EXPORT Dir : public Quil::Entity {
  public:
-    explicit Dir(Quil::Name name) : Entity(std::move(name)), dirs_(this), entities_(this) {}
+    explicit Dir(Quil::Name name) : Entity(std::move(name)), dirs_(this, "dir"), entities_(this, "entity") {}
     ~Dir() override;
     Quil::Ptr<Dir> dirIs(const Quil::Name& name);
     void entityIs(const Quil::Ptr<Quil::Entity>& entity);

@@ -77,16 +77,28 @@ std::optional<AttrLogRecord> AttrLogRecord::next(const Bytes& stream, std::size_
     return record;
 }
 
-void AttrLogRecord::applyTo(Entity& root) const {
-    Ptr<Entity> holder;  // of the child on the way
-    Entity* entity = &root;
+AttrLogRecord::Place AttrLogRecord::placeIn(Entity& root) const {
+    Place place{{}, &root};
     for (const Step& step : path) {
-        const Attribute& attr = attributeOf(*entity, step.attribute);
+        const Attribute& attr = attributeOf(*place.entity, step.attribute);
         AttrLogReader keyLog(step.key);
-        holder = supported(attr.child, attr)(*entity, keyLog);
-        if (!holder) throw RangeException(cat("attribute ", attr.name, " has no such child"));
-        entity = holder.get();
+        place.holder = supported(attr.child, attr)(*place.entity, keyLog);
+        if (!place.holder) throw RangeException(cat("attribute ", attr.name, " has no such child"));
+        place.entity = place.holder.get();
     }
+    return place;
+}
+
+AttrLogRecord::Bytes AttrLogRecord::storedKey(const Entity& root) const {
+    const Place place = placeIn(const_cast<Entity&>(root));
+    const Attribute& attr = attributeOf(*place.entity, attribute);
+    AttrLogReader keyLog(key);
+    return attr.storedKey ? attr.storedKey(*place.entity, keyLog) : key;
+}
+
+void AttrLogRecord::applyTo(Entity& root) const {
+    const Place place = placeIn(root);
+    Entity* const entity = place.entity;
     const Attribute& attr = attributeOf(*entity, attribute);
     AttrLogReader keyLog(key), valueLog(value);
     // The readers take the whole of key and value before they set anything.

@@ -44,9 +44,18 @@ struct L2RIB_EXPORT AttrLogRecord {
     // the record is not whole; the range exception for one that is too long or malformed.
     static std::optional<AttrLogRecord> next(const Bytes& stream, std::size_t& at);
 
+    // The key of a key record as the tree holds it now; as it came, when it does not.
+    Bytes storedKey(const Entity& root) const;
     // Applies it through the setters of the tree. Raises the range exception, with nothing changed, for a record that
     // does not fit it.
     void applyTo(Entity& root) const;
+
+ private:
+    struct Place {
+        Ptr<Entity> holder;  // of the child on the way
+        Entity* entity;
+    };
+    Place placeIn(Entity& root) const;
 };
 
 // What a sink says first: the root's scalars from this identifier on are wanted.

@@ -32,8 +32,12 @@ void AttrLogSink::connectNow() {
 }
 
 bool AttrLogSink::ask(const Entity& wanted, std::uint16_t attribute) {
+    const auto& attributes = wanted.fwkType().attributes;
+    if (attribute == 0 || attribute > attributes.size() || !attributes[attribute - 1u].write) {
+        throw RangeException(cat(wanted.fwkType().name, " has no scalar ", attribute));
+    }
     AttrLogWriter value;
-    wanted.fwkType().attributes.at(attribute - 1u).write(wanted, value);
+    attributes[attribute - 1u].write(wanted, value);
     AttrLogRecord::Bytes bytes;
     AttrLogRecord{{}, attribute, AttrLogRecord::set, {}, value.bytes()}.appendTo(bytes);
     return fd_ && send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
@@ -60,7 +64,6 @@ void AttrLogSink::connect() {
         fd_ = {};
         return;
     }
-    retry_ = minRetry;
     wakeupTimeIs(never);
     tell();
 }
@@ -71,8 +74,9 @@ void AttrLogSink::disconnect(Seconds pause) {
     buffer_.clear();
     taken_ = 0;
     seen_.clear();
-    isSynchronised_ = false;
-    wakeupTimeIs(clock().now() + pause);
+    unseen_.clear();
+    isTold_ = isSynchronised_ = false;
+    wakeupTimeIs(clock().now() + std::max(pause, retry_));
     tell();
 }
 
@@ -107,51 +111,62 @@ void AttrLogSink::takeRecords() {
 
 // False when no whole record is there.
 bool AttrLogSink::takeRecord() {
+    if (isTold_ && !isSynchronised_) return removeUnseen(), true;
     const auto record = AttrLogRecord::next(buffer_, taken_);
     if (record) apply(*record);
     return record.has_value();
 }
 
 void AttrLogSink::apply(const AttrLogRecord& record) {
+    const Ptr<Entity> root = root_;  // a watcher may destroy this object
     if (record.operation == AttrLogRecord::synchronised) {
         AttrLogRecord::Path path;
-        removeUnseen(*root_, path);
+        if (!isTold_) findUnseen(*root, path);
+        isTold_ = true;
         seen_.clear();
-        isSynchronised_ = true;
-        return tell();
+        return;
     }
-    if (!isSynchronised_ && record.operation == AttrLogRecord::keySet) {
-        AttrLogRecord::Path path = record.path;
-        path.push_back({record.attribute, record.key});
-        seen_.insert(std::move(path));
-    }
-    const Ptr<Entity> root = root_;  // a watcher may destroy this object
+    if (!isTold_ && record.operation == AttrLogRecord::keySet) noteSeen(record);
     record.applyTo(*root);
 }
 
-void AttrLogSink::removeUnseen(Entity& entity, AttrLogRecord::Path& path) {
+// By the key as the tree has it: an equal one may have come in other bytes.
+void AttrLogSink::noteSeen(const AttrLogRecord& record) {
+    AttrLogRecord::Path path = record.path;
+    path.push_back({record.attribute, record.storedKey(*root_)});
+    seen_.insert(std::move(path));
+}
+
+// What the source has not told of, though it has told all.
+void AttrLogSink::findUnseen(Entity& entity, AttrLogRecord::Path& path) {
     const auto& attributes = entity.fwkType().attributes;
     for (std::size_t i = 0; i < attributes.size(); ++i) {
         if (!attributes[i].forEach) continue;
-        std::vector<AttrLogRecord::Bytes> unseen, seen;
-        attributes[i].forEach(entity, [&](const auto& key, const auto&, const Entity*) {
-            path.push_back({static_cast<std::uint16_t>(i + 1), key});
-            (seen_.contains(path) ? seen : unseen).push_back(key);
+        const auto id = static_cast<std::uint16_t>(i + 1);
+        attributes[i].forEach(entity, [&](const auto& key, const auto&, const Entity* child) {
+            path.push_back({id, key});
+            const bool isSeen = seen_.contains(path);
+            if (isSeen && child) findUnseen(const_cast<Entity&>(*child), path);
             path.pop_back();
+            if (!isSeen) unseen_.push_back({path, id, AttrLogRecord::keyDelete, key, {}});
         });
-        for (const auto& key : unseen) {
-            AttrLogReader log(key);
-            attributes[i].keyDel(entity, log);
-        }
-        if (!attributes[i].child) continue;
-        for (const auto& key : seen) {
-            AttrLogReader log(key);
-            const Ptr<Entity> child = attributes[i].child(entity, log);
-            if (!child) continue;  // a watcher has removed it
-            path.push_back({static_cast<std::uint16_t>(i + 1), key});
-            removeUnseen(*child, path);
-            path.pop_back();
-        }
+    }
+}
+
+// One at a time, so that what a watcher throws, or that it destroys this object, leaves nothing half done.
+void AttrLogSink::removeUnseen() {
+    if (unseen_.empty()) {
+        isSynchronised_ = true;
+        retry_ = minRetry;
+        return tell();
+    }
+    const AttrLogRecord record = std::move(unseen_.front());
+    unseen_.pop_front();
+    const Ptr<Entity> root = root_;
+    try {
+        record.applyTo(*root);
+    } catch (const RangeException&) {
+        // It went with its parent, which a watcher has removed.
     }
 }
 

@@ -6,11 +6,13 @@
 // While there is no source, the tree stays as it was.
 //
 // Owner     The process that reads the tree.
-// Threads   Event-loop thread. A watcher may throw or destroy the sink: what it was told counts as told.
+// Threads   Event-loop thread. A watcher may throw or destroy the sink: what it was told counts as told. But a range
+//           exception counts as that of the record.
 // Errors    A record that is malformed, too long or does not fit the tree closes the connection, with one line at trace
 //           level 3, handle "Quil::AttrLog"; it is tried again a little later.
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <set>
 
@@ -30,10 +32,11 @@ class L2RIB_EXPORT AttrLogSink : Clock::NotifieeConst {
     bool isConnected() const { return bool(fd_); }
     bool isSynchronised() const { return isSynchronised_; }
     // Tries at once; for one who knows that the source has just come. Otherwise it is tried 10 times a second at first,
-    // then less often, once in 5 s at last.
+    // then less often, once in 5 s at last, until a source has told everything.
     void connectNow();
     // Asks the source to set one of the root's scalars to its value in this entity, of the root's type; whether that
-    // could be sent. A source that takes it answers with the change, to every sink.
+    // could be sent. A source that takes it answers with the change, to every sink. The range exception for an
+    // attribute that is no scalar.
     bool ask(const Entity& wanted, std::uint16_t attribute);
 
  private:
@@ -44,7 +47,9 @@ class L2RIB_EXPORT AttrLogSink : Clock::NotifieeConst {
     void takeRecords();
     bool takeRecord();
     void apply(const AttrLogRecord& record);
-    void removeUnseen(Entity& entity, AttrLogRecord::Path& path);
+    void noteSeen(const AttrLogRecord& record);
+    void findUnseen(Entity& entity, AttrLogRecord::Path& path);
+    void removeUnseen();
     void disconnect(Seconds pause);
     void tell() {
         const auto call = onState_;  // it may destroy this object
@@ -63,8 +68,10 @@ class L2RIB_EXPORT AttrLogSink : Clock::NotifieeConst {
     const std::shared_ptr<void> alive_ = std::make_shared<int>();
     bool isSynchronised_ = false;
     Seconds retry_ = minRetry;
-    std::set<AttrLogRecord::Path>
-        seen_;  // members and children told of since the connection began, until it is in step
+    // Members and children told of since the connection began, until all is told; and what is to go then.
+    std::set<AttrLogRecord::Path> seen_;
+    std::deque<AttrLogRecord> unseen_;
+    bool isTold_ = false;
 };
 
 }  // namespace Quil

@@ -78,15 +78,18 @@ class AttrLogSource::Peer : EntityObserver, Clock::NotifieeConst {
         if (size <= 0) return close("");
         if (source_.access_ != writable || !LocalSocket::isOwner(fd_.get())) return close("it may not write");
         requests_.insert(requests_.end(), bytes, bytes + size);
+        const Ptr<Entity> root = source_.root_;
+        const std::weak_ptr<void> alive = alive_;  // a watcher may destroy the source
         try {
             std::size_t taken = 0;
-            while (const auto record = AttrLogRecord::next(requests_, taken)) {
+            while (const auto record = alive.expired() ? std::nullopt : AttrLogRecord::next(requests_, taken)) {
                 if (!record->path.empty() || record->operation != AttrLogRecord::set) return close("no such request");
-                record->applyTo(*source_.root_);
+                record->applyTo(*root);
             }
+            if (alive.expired()) return;
             requests_.erase(requests_.begin(), requests_.begin() + static_cast<std::ptrdiff_t>(taken));
         } catch (const RangeException& error) {
-            close(error.what());
+            if (!alive.expired()) close(error.what());
         }
     }
 
@@ -154,11 +157,12 @@ class AttrLogSource::Peer : EntityObserver, Clock::NotifieeConst {
     }
 
     void sendScalar(Image& image, std::size_t i, const Attribute& attribute) {
-        if (image.path.empty() && i + 1 < startAt_) return;
         AttrLogWriter log;
         attribute.write(*image.entity, log);
         if (image.scalars[i] == log.bytes()) return;
         image.scalars[i] = log.bytes();
+        // Not wanted at first; what changes later is.
+        if (image.path.empty() && i + 1 < startAt_ && !synchronised_) return;
         append(image.path, static_cast<std::uint16_t>(i + 1), AttrLogRecord::set, {}, log.bytes());
     }
 
@@ -212,6 +216,7 @@ class AttrLogSource::Peer : EntityObserver, Clock::NotifieeConst {
     std::set<Image*> dirty_;
     Bytes buffer_;
     Bytes requests_;  // the beginning of one
+    const std::shared_ptr<void> alive_ = std::make_shared<int>();
 };
 
 AttrLogSource::AttrLogSource(EventLoop& loop, const String& directory, const String& name, Ptr<Entity> root,
@@ -227,7 +232,11 @@ AttrLogSource::AttrLogSource(EventLoop& loop, const String& directory, const Str
 AttrLogSource::~AttrLogSource() = default;
 
 void AttrLogSource::watch() {
-    watch_ = std::make_unique<EventLoop::Watch>(loop_, socket_.get(), [this] { accept(); });
+    try {
+        watch_ = std::make_unique<EventLoop::Watch>(loop_, socket_.get(), [this] { accept(); });
+    } catch (const SystemException&) {
+        wakeupTimeIs(clock().now() + pause);
+    }
 }
 
 void AttrLogSource::accept() {
@@ -239,7 +248,11 @@ void AttrLogSource::accept() {
     }
     if (!LocalSocket::isTrusted(fd.get()))
         return trace().log(3, [] { return String("a sink of another group is refused"); });
-    peers_.push_back(std::make_unique<Peer>(*this, std::move(fd)));
+    try {
+        peers_.push_back(std::make_unique<Peer>(*this, std::move(fd)));
+    } catch (const SystemException& error) {
+        trace().log(3, [&] { return cat("a sink is disconnected: ", error.what()); });
+    }
 }
 
 }  // namespace Quil

@@ -1,8 +1,7 @@
 // Children.h: a keyed collection of child entities that tells the owner's watchers of every child that comes or goes.
 //
 // Order     Coming: the child is in the collection, then it has its parent, then the watchers are told. Going: it is
-// out,
-//           its parent is cleared, the watchers are told, it is returned. A lookup inside a callback sees the new
+//           out, its parent is cleared, the watchers are told, it is returned. A lookup inside a callback sees the new
 //           state.
 // Owner     The entity that embeds it. A child that is gone lives on while someone holds it.
 #pragma once
@@ -16,8 +15,8 @@ namespace Quil {
 template <class Key, class Child, class N>
 class Children {
  public:
-    Children(Entity* owner, NotifieeList<N>& notifiees, void (N::*onKey)(const Key&))
-        : owner_(owner), children_(owner), notifiees_(notifiees), onKey_(onKey) {}
+    Children(Entity* owner, const char* attribute, NotifieeList<N>& notifiees, void (N::*onKey)(const Key&))
+        : owner_(owner), children_(owner, attribute), notifiees_(notifiees), onKey_(onKey) {}
 
     // The existing child, silently, or a new one.
     Ptr<Child> is(const Key& key) {
@@ -29,10 +28,11 @@ class Children {
         if (isNew) notify(key);
         return child;
     }
-    // Null when there is none. The key may lie in the child, which is held, but not in all().
+    // Null when there is none.
     Ptr<Child> del(const Key& key) {
-        Ptr<Child> child = children_.childDel(key);
-        if (child) notify(key);
+        const Key removed = key;  // the caller's may lie in all()
+        Ptr<Child> child = children_.childDel(removed);
+        if (child) notify(removed);
         return child;
     }
     void delAll() {
@@ -50,6 +50,7 @@ class Children {
         return child;
     }
     void notify(const Key& key) {
+        const auto keep = heldWhileCounted(owner_);  // a watcher may drop the last other reference
         owner_->fwkChanged();
         notifiees_.forEach([&](N& notifiee) { (notifiee.*onKey_)(key); });
     }

@@ -12,7 +12,8 @@ namespace Quil {
 template <class Key, class Child>
 class Collection {
  public:
-    explicit Collection(Entity* owner) : owner_(owner) {}
+    // attribute: the owner's, under which the children are held; a literal.
+    Collection(Entity* owner, const char* attribute) : owner_(owner), attribute_(attribute) {}
     ~Collection() {
         for (auto& [key, child] : children_) child->parentIs(nullptr);
     }
@@ -26,7 +27,7 @@ class Collection {
         Ptr<Child> made = make();
         const auto place = children_.emplace(key, made).first;
         try {
-            made->parentIs(owner_);
+            made->parentIs(owner_, attribute_);
         } catch (...) {
             children_.erase(place);
             throw;
@@ -48,6 +49,7 @@ class Collection {
 
  private:
     Entity* const owner_;
+    const char* const attribute_;
     std::map<Key, Ptr<Child>> children_;
 };
 

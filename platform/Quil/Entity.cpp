@@ -13,13 +13,15 @@ String Entity::fullName() const {
     return above.empty() ? name_ : cat(above, "/", name_);
 }
 
-void Entity::parentIs(Entity* parent) {
+void Entity::parentIs(Entity* parent, const char* attribute) {
     if (parent == parent_) return;
-    Entity* before = std::exchange(parent_, parent);
+    Entity* const before = std::exchange(parent_, parent);
+    const char* const attributeBefore = std::exchange(parentAttribute_, attribute);
     try {
         handleParent(parent);
     } catch (...) {
         parent_ = before;
+        parentAttribute_ = attributeBefore;
         throw;
     }
 }

@@ -27,10 +27,12 @@ class L2RIB_EXPORT Entity : public Counted {
 
     const Name& name() const { return name_; }
     Entity* parent() const { return parent_; }
+    // The parent's attribute under which it is held ("vlanFloodSet"); empty without a parent.
+    const char* parentAttribute() const { return parentAttribute_; }
     // The names from the root down, joined by "/"; the root's empty name does not show.
     String fullName() const;
     // Takes its place under a parent, or leaves the tree (null). Calls handleParent(); if that throws, nothing changed.
-    void parentIs(Entity* parent);
+    void parentIs(Entity* parent, const char* attribute = "");
     // The framework's description of this type; see TypeRegistry.h.
     virtual const Type& fwkType() const;
     // Before the watchers of its type are told, one of which may throw.
@@ -47,6 +49,7 @@ class L2RIB_EXPORT Entity : public Counted {
     template <class T, class N>
     void setAndNotify(T& field, const T& value, NotifieeList<N>& list, void (N::*onChange)()) {
         if (field == value) return;
+        const auto keep = heldWhileCounted(this);  // a watcher may drop the last other reference
         field = value;
         fwkChanged();
         list.forEach([&](N& notifiee) { (notifiee.*onChange)(); });
@@ -55,6 +58,7 @@ class L2RIB_EXPORT Entity : public Counted {
  private:
     const Name name_;
     Entity* parent_ = nullptr;
+    const char* parentAttribute_ = "";
     mutable NotifieeList<EntityObserver> observers_;
 };
 

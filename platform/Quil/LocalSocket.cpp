@@ -6,10 +6,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <vector>
 
 #include "Quil/Exception.h"
 
@@ -22,7 +24,11 @@ struct Address {
 
     Address(const String& path, const char* file) : directory(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
         name.sun_family = AF_UNIX;
-        std::snprintf(name.sun_path, sizeof name.sun_path, "/proc/self/fd/%d/%s", directory.get(), file);
+        const int length =
+            std::snprintf(name.sun_path, sizeof name.sun_path, "/proc/self/fd/%d/%s", directory.get(), file);
+        if (length >= static_cast<int>(sizeof name.sun_path)) {
+            throw SystemException(cat(file, " is too long for the name of a socket"));
+        }
     }
     const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&name); }
 };
@@ -63,6 +69,15 @@ std::optional<ucred> credentialsOf(int fd) {
     return peer;
 }
 
+// Whether the other side has this group among its supplementary ones.
+bool isAlsoIn(int fd, gid_t group) {
+    std::vector<gid_t> groups(256);
+    socklen_t size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size) != 0) return false;
+    groups.resize(size / sizeof(gid_t));
+    return std::find(groups.begin(), groups.end(), group) != groups.end();
+}
+
 bool isOwner(const ucred& peer) { return peer.uid == 0 || peer.uid == geteuid(); }
 
 }  // namespace
@@ -74,7 +89,7 @@ bool LocalSocket::isOwner(int fd) {
 
 bool LocalSocket::isTrusted(int fd) {
     const auto peer = credentialsOf(fd);
-    return peer && (Quil::isOwner(*peer) || peer->gid == getegid());
+    return peer && (Quil::isOwner(*peer) || peer->gid == getegid() || isAlsoIn(fd, getegid()));
 }
 
 }  // namespace Quil

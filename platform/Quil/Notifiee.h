@@ -2,7 +2,8 @@
 //
 // Notifications are synchronous calls on the event-loop thread, after the change is visible. A callback may attach,
 // detach and destroy notifiees (itself included), change the watched entity, and so cause nested notifications:
-// who is attached during a round is called from the next round on, who is detached is not called any more.
+// who is attached during a round is called from the next round on, who is detached is not called any more. What a
+// callback throws leaves the setter, and those behind it in the list are not called.
 //
 // A watched class offers:   NotifieeList<W::NotifieeConst>& fwkNotifiees() const;
 // and its notifiee class is: struct NotifieeConst : Notifiee<W, NotifieeConst> { virtual void onX() {} ... };

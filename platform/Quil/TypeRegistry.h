@@ -35,6 +35,9 @@ struct Attribute {
     std::function<void(Entity&, AttrLogReader& key, AttrLogReader& value)> keyIs;
     std::function<void(Entity&, AttrLogReader& key)> keyDel;
     std::function<void(Entity&)> delAll;
+    // Of a collection of values: the member's key as it is stored, which may be other bytes for an equal key; the key
+    // itself when there is no such member.
+    std::function<Bytes(const Entity&, AttrLogReader& key)> storedKey;
     std::function<Ptr<Entity>(Entity&, AttrLogReader& key)> child;  // null when there is none
 };
 
@@ -97,7 +100,9 @@ RawText keysText(const Map& map) {
 template <class T>
 T valueOf(const String& text) {
     if constexpr (std::is_same_v<T, String>) {
-        return text;
+        T value = text;  // bare, or in quotes as it is shown
+        if (text.starts_with('\'')) parseValue(text, value);
+        return value;
     } else {
         T value{};
         parseValue(text, value);
@@ -161,6 +166,12 @@ class TypeBuilder {
             const Key wanted = key.getLast<Key>();
             std::invoke(is, static_cast<E&>(entity), wanted, value.getLast<Value>());
         };
+        a.storedKey = [get](const Entity& entity, AttrLogReader& key) {
+            const Key wanted = key.getLast<Key>();
+            const Map& all = get(static_cast<const E&>(entity));
+            const auto found = all.find(wanted);
+            return bytesOf(found == all.end() ? wanted : found->first);
+        };
         type_.attributes.push_back(std::move(a));
         return *this;
     }
@@ -174,7 +185,8 @@ class TypeBuilder {
         a.forEach = [get](const Entity& entity, const Attribute::Visit& visit) {
             for (const auto& [key, child] : get(static_cast<const E&>(entity))) visit(bytesOf(key), {}, child.get());
         };
-        a.keyIs = [is](Entity& entity, AttrLogReader& key, AttrLogReader&) {
+        a.keyIs = [is](Entity& entity, AttrLogReader& key, AttrLogReader& value) {
+            if (!value.atEnd()) throw RangeException("a child has no value");
             std::invoke(is, static_cast<E&>(entity), key.getLast<Key>());
         };
         a.child = [get](Entity& entity, AttrLogReader& key) -> Ptr<Entity> {

@@ -110,6 +110,50 @@ TEST_F(ReplicationTest, TellsItsWatchersOfWhatDiffersAfterAReconnection) {
     EXPECT_EQ(watcher.log, "len mlag ");
 }
 
+// Whatever a watcher does when the sink removes what has gone: the rest is removed, and nobody is left out of step.
+TEST_F(ReplicationTest, AWatcherMayThrowOrDestroyTheSinkWhileItCatchesUp) {
+    struct Rough : AgentSourceDir::NotifieeConst {
+        std::function<void()> act;
+        void onSource(const Quil::Name&) override {
+            if (act) std::exchange(act, nullptr)();
+        }
+    } rough;
+    fill(*to);
+    to->sourceIs("x"), to->sourceIs("y");
+    rough.notifierIs(to);
+    rough.act = [] { throw std::runtime_error("a watcher's"); };
+    serve();
+    for (bool isOver = false; !isOver;) {
+        try {
+            ASSERT_TRUE(becomesAlike());
+            isOver = true;
+        } catch (const std::runtime_error&) {
+        }
+    }
+    auto other = agentSourceDirFactory("sources");
+    auto brief = std::make_unique<Quil::AttrLogSink>(loop, scratch.path(), "log", other);
+    other->sourceIs("x"), other->sourceIs("y");
+    rough.notifierIs(other);
+    rough.act = [&] { brief.reset(); };
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return !brief; }));
+    EXPECT_EQ(other->source().size(), 1u);
+}
+
+// One that breaks off each connection is not asked for all the time.
+TEST_F(ReplicationTest, ASourceThatSaysNothingIsAskedLessAndLess) {
+    auto listener = Quil::LocalSocket::listen(scratch.path(), "log", SOCK_STREAM);
+    int connections = 0;
+    test::turnUntil(
+        loop,
+        [&] {
+            if (Quil::FileDescriptor(accept(listener.get(), nullptr, nullptr))) ++connections;
+            return false;
+        },
+        1.2);
+    EXPECT_GE(connections, 2);
+    EXPECT_LE(connections, 5);
+}
+
 TEST_F(ReplicationTest, StartsAtTheScalarThatIsAskedFor) {
     auto status = policySmStatusFactory("status"), copy = policySmStatusFactory("status");
     status->maxLabelIdIs(LabelId(1)), status->maxLbIdIs(LoadBalanceId(2)), status->maxDestIdIs(DestId(3));
@@ -119,6 +163,8 @@ TEST_F(ReplicationTest, StartsAtTheScalarThatIsAskedFor) {
     EXPECT_EQ(copy->maxLabelId(), LabelId());
     EXPECT_EQ(copy->maxLbId(), LoadBalanceId(2));
     EXPECT_EQ(copy->maxDestId(), DestId(3));
+    status->maxLabelIdIs(LabelId(9));  // what changes later is sent like any other
+    EXPECT_TRUE(test::turnUntil(loop, [&] { return copy->maxLabelId() == LabelId(9); }));
 }
 
 // A sink may ask for a scalar to be set, where the source takes that; every sink is told.
