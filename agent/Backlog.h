@@ -23,6 +23,7 @@ class Backlog : public Table::NotifieeBase {
         this->notifierIs(table);
     }
 
+    bool isWalking() const { return bool(walk_); }  // what the table held at first is not through yet
     bool isEmpty() const { return changed_.empty() && !walk_; }
     void mark(const Key& key) {
         changed_.insert(key);

@@ -1,5 +1,6 @@
 #include "agent/Elect.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace Agent {
@@ -26,6 +27,8 @@ const char* stepName(Step step) {
             return "static-first";
         case Step::seqNo:
             return "seq-no";
+        case Step::vtep:
+            return "vtep";
         case Step::lastMoveTime:
             return "last-move-time";
         case Step::sourceBit:
@@ -34,8 +37,13 @@ const char* stepName(Step step) {
     return "?";
 }
 
-std::uint32_t effectivePreference(L2Rib::Source source, const L2Rib::Host& host) {
+std::uint32_t Policy::preference(L2Rib::Source source, const L2Rib::Host& host) const {
     if (host.preference() != 0) return host.preference();
+    const auto configured = preferences.find(source);
+    return configured == preferences.end() ? defaultPreference(source) : configured->second;
+}
+
+std::uint32_t defaultPreference(L2Rib::Source source) {
     switch (source) {
         case L2Rib::sourceRouterMac:
             return 250;
@@ -57,15 +65,41 @@ bool isStatic(Bridging::EntryType entryType) {
            entryType == Bridging::entryTypeRemoteStatic;
 }
 
+bool isLocal(const L2Rib::Host& host) {
+    return host.next() == L2Rib::ObjTuple() && host.ciDest().destType() != L2Rib::destTypeVxlan;
+}
+
+namespace {
+
+Lanx::IpGenAddr vtepOf(const L2Rib::Host& host, const Policy& policy) {
+    const L2Rib::CiDest& dest = host.ciDest();
+    if (isLocal(host)) return policy.multihomed.contains(dest.intf()) ? Lanx::IpGenAddr() : policy.ownVtep;
+    const auto& vteps = dest.vtepAddr();
+    if (vteps.empty() || vteps.count() > vteps.capacity) return {};
+    Lanx::IpGenAddr lowest = vteps.member(0);
+    vteps.forEach([&](std::uint32_t, const Lanx::IpGenAddr& vtep) { lowest = std::min(lowest, vtep); });
+    return lowest;
+}
+
+}  // namespace
+
+Candidate candidateOf(L2Rib::Source source, const L2Rib::Host& host, const Policy& policy,
+                      const Lanx::IpGenAddr& nextVtep) {
+    Candidate candidate{source, host, host.next() == L2Rib::ObjTuple() ? vtepOf(host, policy) : nextVtep};
+    candidate.host.preferenceIs(policy.preference(source, host));
+    return candidate;
+}
+
 std::pair<int, Step> compare(const Candidate& a, const Candidate& b) {
     const bool aStatic = isStatic(a.host.entryType()), bStatic = isStatic(b.host.entryType());
-    if (const int order = higherFirst(effectivePreference(a.source, a.host), effectivePreference(b.source, b.host))) {
+    if (const int order = higherFirst(a.host.preference(), b.host.preference())) {
         return {order, Step::preference};
     }
     if (const int order = higherFirst(aStatic, bStatic)) return {order, Step::staticFirst};
     if (!aStatic) {
         if (const int order = higherFirst(a.host.seqNo().value(), b.host.seqNo().value())) return {order, Step::seqNo};
     }
+    if (!(a.vtep == b.vtep)) return {a.vtep < b.vtep ? -1 : 1, Step::vtep};
     if (const int order = higherFirst(moveTime(a.host), moveTime(b.host))) return {order, Step::lastMoveTime};
     const int order = -higherFirst<std::uint32_t>(a.source, b.source);
     return {order, order ? Step::sourceBit : Step::none};

@@ -1,6 +1,8 @@
 #include "agent/PolicySm.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 
 #include "Quil/Trace.h"
 #include "agent/PutRow.h"
@@ -111,29 +113,61 @@ bool PolicySm::Input::step() {
     return hosts_.step([this](const auto& key) { policy_.elect(key); }) || any;
 }
 
-bool PolicySm::Input::claim(const Bridging::MacVlanPair& key, L2Rib::Host& host) {
+std::optional<Candidate> PolicySm::Input::claim(const Bridging::MacVlanPair& key) {
+    L2Rib::Host host;
     if (table_->host(key, host)) {
-        const L2Rib::ObjTuple next = host.next(), output = graph_.hostNextIs(key, next);
-        host.nextIs(output);
-        return next == L2Rib::ObjTuple() || !(output == L2Rib::ObjTuple());
+        const L2Rib::ObjTuple next = host.next();
+        host.nextIs(graph_.hostNextIs(key, next));
+        const bool leadsSomewhere = next == L2Rib::ObjTuple() || !(host.next() == L2Rib::ObjTuple());
+        if (!leadsSomewhere) return std::nullopt;
+        return candidateOf(source_, host, policy_.rules_, graph_.lowestVtep(next));
     }
     L2Rib::HostAndSource published;
     if (!isWhole_ && policy_.output_->host(key, published) && published.source() == source_) {
-        host = published.host();
-        return true;
+        const L2Rib::ObjTuple& next = published.host().next();
+        const auto own = policy_.objects_.manager(next.tableType()).outputToInput(next).objTuple();
+        return candidateOf(source_, published.host(), policy_.rules_, graph_.lowestVtep(own));
     }
     graph_.hostNextIs(key, {});
-    return false;
+    stays_.erase(key);
+    return std::nullopt;
+}
+
+void PolicySm::Input::raise(Candidate& candidate, std::optional<std::uint32_t> remoteSeqNo) {
+    L2Rib::Host& host = candidate.host;
+    const auto [at, isNew] = stays_.try_emplace(host.key());
+    Stay& stay = at->second;
+    const double since = std::isnan(host.lastMoveTime()) ? 0.0 : host.lastMoveTime();
+    const bool isThere =
+        !isNew && stay.since == since && std::memcmp(&stay.place, &host.ciDest(), sizeof stay.place) == 0;
+    if (!isThere) {
+        const std::uint32_t own = host.seqNo().value();
+        const bool hasAppeared = remoteSeqNo && !hosts_.isWalking() && *remoteSeqNo != 0xffffffffu;
+        stay = {host.ciDest(), since, hasAppeared ? std::max(own, *remoteSeqNo + 1) : own};
+    }
+    host.seqNoIs(Keel::Seqno32(std::max(stay.seqNo, host.seqNo().value())));
 }
 
 std::vector<Candidate> PolicySm::candidates(const Bridging::MacVlanPair& key) {
     std::vector<Candidate> found;
-    Candidate candidate;
+    std::optional<std::uint32_t> remoteSeqNo;
     for (const auto& [source, input] : inputs_) {
-        candidate.source = source;
-        if (input->claim(key, candidate.host)) found.push_back(candidate);
+        auto claim = input->claim(key);
+        if (!claim) continue;
+        const bool isRemote = !isLocal(claim->host) && !isStatic(claim->host.entryType());
+        if (isRemote) remoteSeqNo = std::max(remoteSeqNo.value_or(0), claim->host.seqNo().value());
+        found.push_back(*std::move(claim));
+    }
+    for (Candidate& candidate : found) {
+        const bool isLocalDynamic = isLocal(candidate.host) && !isStatic(candidate.host.entryType());
+        if (isLocalDynamic) inputs_.at(candidate.source)->raise(candidate, remoteSeqNo);
     }
     return found;
+}
+
+void PolicySm::policyIs(const Policy& policy) {
+    rules_ = policy;
+    sweepAll();
 }
 
 void PolicySm::elect(const Bridging::MacVlanPair& key) {

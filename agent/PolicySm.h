@@ -3,7 +3,14 @@
 //
 // Changed keys are collected for each source and looked at in reviews, one object and one host of each source in turn,
 // so that a flood of one never starves another; a review takes at most the quantum and goes on in the next turn of the
-// loop. A withdrawal is one update of the output, never a deletion and an insertion; a result that equals the stored
+// loop.
+//
+// A host that comes home wins: when a local dynamic row appears or moves while another source has the host elsewhere at
+// sequence number s, its own becomes s + 1, unless it is higher already, until it moves again; that is what the output
+// carries, for others to be told. Rows that a table held when it was mounted have not just appeared: theirs count as
+// they are.
+//
+// A withdrawal is one update of the output, never a deletion and an insertion; a result that equals the stored
 // record byte for byte writes nothing. Objects that hosts still lead to are removed after the hosts have gone
 // elsewhere.
 //
@@ -13,6 +20,8 @@
 
 #include <map>
 #include <memory>
+#include <optional>
+#include <unordered_map>
 #include <vector>
 
 #include "L2Rib/HostInput.h"
@@ -51,8 +60,10 @@ class PolicySm : Quil::Clock::NotifieeConst {
     bool isSettled() const;
     Quil::Seconds quantum() const { return quantum_; }
     void quantumIs(Quil::Seconds quantum) { quantum_ = quantum; }
-    // Every claim on the host that leads somewhere, as the output would have it.
+    // Every eligible claim on the host, as the output would have it.
     std::vector<Candidate> candidates(const Bridging::MacVlanPair& key);
+    // All is elected again.
+    void policyIs(const Policy& policy);
 
  private:
     static constexpr Quil::Seconds retry = 1;
@@ -65,13 +76,23 @@ class PolicySm : Quil::Clock::NotifieeConst {
         bool isSettled() const { return hosts_.isEmpty() && graph_.isSettled(); }
         bool isWhole() const { return isWhole_; }
         void isWholeIs(bool isWhole);
-        // The source's claim on the host; false when there is none, or it does not lead anywhere yet.
-        bool claim(const Bridging::MacVlanPair& key, L2Rib::Host& host);
+        // The source's claim on the host; none when there is no row, or it does not lead anywhere yet.
+        std::optional<Candidate> claim(const Bridging::MacVlanPair& key);
+        // Of a local dynamic claim while others stand at up to this sequence number (none: there are no others).
+        void raise(Candidate& candidate, std::optional<std::uint32_t> remoteSeqNo);
 
      private:
+        // Where a local dynamic host is, and the sequence number that it took when it appeared there.
+        struct Stay {
+            L2Rib::CiDest place;
+            double since;
+            std::uint32_t seqNo;
+        };
+
         PolicySm& policy_;
         const L2Rib::Source source_;
         const Quil::Ptr<L2Rib::HostInput> table_;
+        std::unordered_map<Bridging::MacVlanPair, Stay, L2Rib::HashOf<Bridging::MacVlanPair>> stays_;
         bool isWhole_ = true;
         Backlog<L2Rib::HostInput> hosts_;
         ObjectGraph graph_;
@@ -89,6 +110,7 @@ class PolicySm : Quil::Clock::NotifieeConst {
     std::map<L2Rib::Source, std::unique_ptr<Input>> inputs_;
     std::uint32_t swept_ = 0;  // the sources whose hosts in the output are elected again
     L2Rib::HostOutput::IteratorConst sweep_;
+    Policy rules_;
     bool enabled_ = true;
     Quil::Seconds quantum_ = 0.01;
 };

@@ -95,7 +95,7 @@ HostView viewOf(const L2Rib::HostAndSource& record, const InterfaceNames& names)
             record.key().ethAddr().str(),
             sourceName(record.source()),
             viaText(host, names),
-            Agent::effectivePreference(record.source(), host),
+            Agent::Policy().preference(record.source(), host),
             host.seqNo().value(),
             entryTypeName(host.entryType())};
 }
@@ -108,7 +108,7 @@ Json detailsOf(const L2Rib::HostAndSource& record, const InterfaceNames& names) 
     const L2Rib::Host& host = record.host();
     return {{"source", sourceName(record.source())},
             {"via", viaOf(host, names)},
-            {"preference", Agent::effectivePreference(record.source(), host)},
+            {"preference", Agent::Policy().preference(record.source(), host)},
             {"seqNo", host.seqNo().value()},
             {"entryType", entryTypeName(host.entryType())}};
 }

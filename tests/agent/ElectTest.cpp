@@ -19,7 +19,7 @@ Candidate claim(L2Rib::Source source, EntryType type = Bridging::entryTypeDynami
     host.seqNoIs(Keel::Seqno32(seqNo));
     host.lastMoveTimeIs(moved);
     host.preferenceIs(preference);
-    return {source, host};
+    return candidateOf(source, host, Policy());
 }
 
 TEST(Elect, DecidesByTheFirstStepThatDiffers) {
@@ -54,6 +54,34 @@ TEST(Elect, DecidesByTheFirstStepThatDiffers) {
     EXPECT_EQ(elect({}).winner, nullptr);
     const Candidate one[] = {claim(sourceBgp)};
     EXPECT_EQ(elect(one).step, Step::onlyCandidate);
+}
+
+// Equal sequence numbers: the lower VTEP, where this switch's own ports have its address.
+TEST(Elect, TheLowerVtepWinsAndLocalClaimsHaveThisSwitchsOwn) {
+    using namespace L2Rib;
+    const auto behind = [](Source source, const char* vtep, const Policy& policy, std::uint64_t intf = 0) {
+        Host host(key);
+        CiDest dest(vtep ? destTypeVxlan : destTypeIntf);
+        if (vtep) dest.vtepAddrIs(CiVtepIndex(0), Lanx::IpGenAddr(Quil::String(vtep)));
+        dest.intfIs(Lanx::IntfId(intf));
+        host.ciDestIs(dest);
+        return candidateOf(source, host, policy);
+    };
+    const auto winner = [](const Candidate& a, const Candidate& b) {
+        return compare(a, b).first < 0 ? a.source : b.source;
+    };
+    Policy policy;
+    const auto remote = behind(sourceMlag, "10.0.0.2", policy), higher = behind(sourceBgp, "10.0.0.10", policy);
+    EXPECT_EQ(winner(higher, remote), sourceMlag);
+    EXPECT_EQ(compare(higher, remote).second, Step::vtep);
+    EXPECT_EQ(winner(behind(sourceLocalDynamic, nullptr, policy, 7), remote), sourceLocalDynamic);
+    policy.ownVtep = Lanx::IpGenAddr(Quil::String("10.0.0.3"));
+    EXPECT_EQ(winner(behind(sourceLocalDynamic, nullptr, policy, 7), remote), sourceMlag);
+    EXPECT_EQ(winner(behind(sourceLocalDynamic, nullptr, policy, 7), higher), sourceLocalDynamic);
+    policy.multihomed.insert(Lanx::IntfId(7));
+    EXPECT_EQ(winner(behind(sourceLocalDynamic, nullptr, policy, 7), remote), sourceLocalDynamic);
+    policy.preferences[sourceBgp] = 101;
+    EXPECT_EQ(winner(behind(sourceBgp, "10.0.0.10", policy), remote), sourceBgp);
 }
 
 // Every claim there can be of a few values each: the order is antisymmetric and transitive, and who wins does not

@@ -122,6 +122,56 @@ TEST_F(PolicySmTest, AnotherTableOfASourceReplacesTheFirst) {
     EXPECT_EQ(output->host(test::keyOf(1)).source(), sourceNone);
 }
 
+// A host that comes home wins, by a sequence number that others can be told; and so does one that leaves again.
+TEST_F(PolicySmTest, AHostThatComesHomeHasALaterSequenceNumber) {
+    auto ports = hostInputFactory("ports");
+    Host away = hostOf(1), home = hostOf(1);
+    CiDest vtep(destTypeVxlan), port;
+    vtep.vtepAddrIs(CiVtepIndex(0), Lanx::IpGenAddr(Quil::String("10.0.0.2")));
+    port.intfIs(Lanx::IntfId(7));
+    away.ciDestIs(vtep), home.ciDestIs(port);
+    const auto awayAt = [&](std::uint32_t seqNo) {
+        away.seqNoIs(Keel::Seqno32(seqNo));
+        bgp->hostIs(away);
+    };
+    const auto homeSince = [&](double time) {
+        home.lastMoveTimeIs(time);
+        ports->hostIs(home);
+    };
+    const auto winner = [&] {
+        settled();
+        const auto record = output->host(test::keyOf(1));
+        return Quil::cat(stringValue(record.source()).substr(6), " ", record.host().seqNo());
+    };
+    homeSince(1);  // was there before anyone looked: it has not just appeared
+    awayAt(5);
+    policy.sourceIs(sourceLocalDynamic, {ports, {}});
+    EXPECT_EQ(winner(), "Bgp 5");
+    homeSince(2);
+    EXPECT_EQ(winner(), "LocalDynamic 6");
+    awayAt(5);
+    EXPECT_EQ(winner(), "LocalDynamic 6");  // it keeps it
+    awayAt(7);
+    EXPECT_EQ(winner(), "Bgp 7");
+    awayAt(3);  // a source may replace its own row by a lower number
+    EXPECT_EQ(winner(), "LocalDynamic 6");
+    ports->hostDel(test::keyOf(1));
+    EXPECT_EQ(winner(), "Bgp 3");  // a departed row leaves no memory
+    awayAt(0xffffffffu);
+    homeSince(3);
+    EXPECT_EQ(winner(), "Bgp 4294967295");  // there is none later
+    bgp->hostDel(test::keyOf(1));
+    EXPECT_EQ(winner(), "LocalDynamic 0");
+    Policy rules;
+    rules.preferences[sourceBgp] = 300;
+    awayAt(1);
+    EXPECT_EQ(winner(), "Bgp 1");
+    homeSince(4);
+    EXPECT_EQ(winner(), "LocalDynamic 2");
+    policy.policyIs(rules);
+    EXPECT_EQ(winner(), "Bgp 1");
+}
+
 class FloodMergeTest : public testing::Test {
  protected:
     // "10 all 10.0.0.2 10.0.0.3; mask" of the output.
