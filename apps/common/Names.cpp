@@ -137,4 +137,12 @@ std::optional<Quil::String> InterfaceNames::interfaceName(Lanx::IntfId intfId) c
     return name(static_cast<std::uint32_t>(intfId.payload()));
 }
 
+std::vector<Lanx::IntfId> InterfaceNames::interfacesOf(const Quil::String& name) const {
+    std::vector<Lanx::IntfId> found;
+    for (const auto& [index, known] : names_) {
+        if (known == name) found.emplace_back(Lanx::IntfId::ethernet, index);
+    }
+    return found;
+}
+
 }  // namespace Apps

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <optional>
+#include <vector>
 
 #include "L2Rib/HostAndSource.h"
 
@@ -33,6 +34,8 @@ class InterfaceNames {
     // A producer's name; without any file of names, this system's; else none. Bytes that do not print are "?".
     std::optional<Quil::String> name(std::uint32_t index) const;
     std::optional<Quil::String> interfaceName(Lanx::IntfId intfId) const;
+    // All that go by this name; producers of several namespaces may have one each.
+    std::vector<Lanx::IntfId> interfacesOf(const Quil::String& name) const;
 
  private:
     std::map<std::uint32_t, Quil::String> names_;

@@ -5,9 +5,9 @@
 #include <iostream>
 
 #include "L2Rib/L2Rib.h"
-#include "common/EndSignals.h"
 #include "common/Names.h"
 #include "common/Program.h"
+#include "common/Signals.h"
 
 namespace {
 

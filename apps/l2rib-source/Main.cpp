@@ -2,8 +2,8 @@
 // sources that announce themselves to the agent, until SIGTERM or SIGINT.
 #include <iostream>
 
-#include "common/EndSignals.h"
 #include "common/Program.h"
+#include "common/Signals.h"
 #include "producer/Producer.h"
 
 namespace {

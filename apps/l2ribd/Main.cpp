@@ -1,6 +1,7 @@
 // l2ribd: the agent. Finds the sources that announce themselves under the root, merges what they say, and publishes the
 // output host table, the merged flood sets and its own state, until SIGTERM or SIGINT. With --fdb it runs the producer
 // of the Linux forwarding tables in its own process.
+#include <csignal>
 #include <iostream>
 
 #include "Corestore/EntityManager.h"
@@ -11,9 +12,10 @@
 #include "agent/Places.h"
 #include "agent/SourceFinder.h"
 #include "agent/SourceMounts.h"
-#include "common/EndSignals.h"
 #include "common/Program.h"
+#include "common/Signals.h"
 #include "l2ribd/ConfigFile.h"
+#include "l2ribd/PolicyFile.h"
 #include "producer/Producer.h"
 
 namespace {
@@ -24,6 +26,7 @@ struct Options {
     std::string root = "/dev/shm/l2rib";
     std::string fdb = "kernel";
     double hold = 30;
+    std::string policy;  // file; empty: the defaults
     Producer::Options producer;
 };
 
@@ -37,10 +40,12 @@ class Agentd : L2Rib::Config::NotifieeConst {
         policy_.enabledIs(false);  // until the output is mounted
         floods_.enabledIs(false);
         notifierIs(config_);
+        if (!options.policy.empty()) policy_.policyIs(readPolicy(options.policy, options.root));
     }
 
     void run() {
         const Apps::EndSignals signals(loop_);
+        const Apps::Signals reload(loop_, {SIGHUP}, [this] { reloadPolicy(); });
         Apps::alwaysSaid("Quil::AttrLog", say);
         const auto producer = startProducer();
         waitForSources();
@@ -97,6 +102,17 @@ class Agentd : L2Rib::Config::NotifieeConst {
         policy_.settle();
     }
 
+    // As a whole, or not at all.
+    void reloadPolicy() {
+        if (options_.policy.empty()) return;
+        try {
+            policy_.policyIs(readPolicy(options_.policy, options_.root));
+            say("the policy is read again");
+        } catch (const Quil::Exception& error) {
+            say(Quil::cat("the policy stays as it was: ", error.what()));
+        }
+    }
+
     void apply() {
         policy_.enabledIs(config_->agentEnabled());
         floods_.enabledIs(config_->agentEnabled());
@@ -139,6 +155,7 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.add_option("--hold", options.hold, "seconds for which the hosts of a source that has died stand")
         ->capture_default_str();
+    app.add_option("--policy", options.policy, "a JSON file with preferences and the like; read again on SIGHUP");
     options.producer.addTo(app);
     return Apps::runProgram("l2ribd", app, argc, argv, [&] { Agentd(options).run(); });
 }

@@ -171,6 +171,30 @@ TEST_F(ProducersTest, EveryProcessMayBeKilledInEveryOrder) {
     } while (std::next_permutation(order.begin(), order.end()));
 }
 
+TEST_F(ProducersTest, ThePolicyIsReadAgainAsAWhole) {
+    const std::string rules =
+        write("rules.json", R"({"preferences":{"mlag":101},"ownVtep":"10.0.0.1","multihomed":["po1"]})");
+    auto daemon = start({"l2ribd", "--fdb", "none", "--policy", rules}, "ready, ");
+    auto bgp = producer(write("bgp.json", sourceOf("bgp", {10}, 0)));
+    auto mlag = producer(write("mlag.json", sourceOf("mlag", {10}, 0, "10.0.0.3")));
+    ASSERT_TRUE(becomes("10 mlag 10.0.0.3"));
+    const std::pair<std::string, std::string> bad[] = {
+        {"{", "is not JSON"},
+        {R"({"preferences":{"bgp":0}})", "preferences.bgp: is 0, which is no preference"},
+        {R"({"preferences":{"nobody":1}})", "preferences.nobody: no source of this name"},
+        {R"({"preferences":{"bgp":500},"ownVtep":"here"})", "ownVtep: 'here' is not an IP address"},
+        {R"({"own":1})", "own: is not known here"}};
+    for (const auto& [text, what] : bad) {
+        write("rules.json", text);
+        daemon->kill(SIGHUP);
+        EXPECT_EQ(daemon->readUntil("policy"), "l2ribd: the policy stays as it was: " + rules + ": " + what);
+    }
+    EXPECT_TRUE(becomes("10 mlag 10.0.0.3"));
+    write("rules.json", R"({"preferences":{"bgp":102}})");
+    daemon->kill(SIGHUP);
+    EXPECT_TRUE(becomes("10 bgp 10.0.0.2"));
+}
+
 TEST_F(ProducersTest, TheHostsOfADeadProducerStandForTheHoldTime) {
     auto daemon = agent();
     auto bgp = producer(write("bgp.json", sourceOf("bgp", {10}, 0)));
