@@ -259,7 +259,9 @@ void ObjectGraph::write(const ObjTuple& tuple, const Node& node) {
     const ObjTupleAndSource otas(tuple, source_);
     if (tuple.tableType() == tableTypeLoadBalance) {
         LoadBalance group(node.output.lbId());
-        for (std::uint8_t i = 0; i < node.next.size(); ++i) group.nextIs(EcmpIndex(i), outputOf(node.next[i]));
+        std::vector<ObjTuple> members;
+        for (const ObjTuple& child : node.next) members.push_back(outputOf(child));
+        group.nextIs(static_cast<std::uint32_t>(members.size()), members.data());
         LoadBalanceAndSource row(group.key());
         row.lbIs(group);
         row.sourceOtasIs(otas);

@@ -30,10 +30,10 @@ class Children {
     }
     // Null when there is none.
     Ptr<Child> del(const Key& key) {
-        const Key removed = key;  // the caller's may lie in all()
-        Ptr<Child> child = children_.childDel(removed);
-        if (child) notify(removed);
-        return child;
+        const auto node = children_.childTake(key);
+        if (node.empty()) return {};
+        notify(node.key());  // the caller's may have lain in all()
+        return node.mapped();
     }
     void delAll() {
         std::vector<Key> keys;  // of now: a watcher may add

@@ -38,12 +38,16 @@ class Collection {
         const auto found = children_.find(key);
         return found == children_.end() ? Ptr<Child>() : found->second;
     }
-    // Takes the child out, clears its parent and returns it; null when there is none.
+    // Takes the child out, clears its parent and returns it with its key; an empty node when there is none.
+    typename std::map<Key, Ptr<Child>>::node_type childTake(const Key& key) {
+        auto node = children_.extract(key);
+        if (!node.empty()) node.mapped()->parentIs(nullptr);
+        return node;
+    }
+    // The same; null when there is none.
     Ptr<Child> childDel(const Key& key) {
-        const auto node = children_.extract(key);
-        if (node.empty()) return {};
-        node.mapped()->parentIs(nullptr);
-        return node.mapped();
+        const auto node = childTake(key);
+        return node.empty() ? Ptr<Child>() : node.mapped();
     }
     const std::map<Key, Ptr<Child>>& children() const { return children_; }
 
