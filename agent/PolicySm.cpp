@@ -156,7 +156,7 @@ std::vector<Candidate> PolicySm::candidates(const Bridging::MacVlanPair& key) {
         if (!claim) continue;
         const bool isRemote = !isLocal(claim->host) && !isStatic(claim->host.entryType());
         if (isRemote) remoteSeqNo = std::max(remoteSeqNo.value_or(0), claim->host.seqNo().value());
-        found.push_back(*std::move(claim));
+        found.push_back(*claim);
     }
     for (Candidate& candidate : found) {
         const bool isLocalDynamic = isLocal(candidate.host) && !isStatic(candidate.host.entryType());

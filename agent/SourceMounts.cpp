@@ -8,12 +8,12 @@ SourceMounts::SourceMounts(Corestore::EntityManager& em, const Quil::Ptr<L2Rib::
                            PolicySm& policy, FloodMerge& floods, Report report)
     : em_(em), policy_(policy), floods_(floods), report_(std::move(report)) {
     notifierIs(sources);
-    for (const auto& [name, unused] : sources->source()) onSource(name);
+    for (const auto& [name, unused] : sources->source()) follow(name);
 }
 
 SourceMounts::~SourceMounts() = default;
 
-void SourceMounts::onSource(const Quil::Name& name) {
+void SourceMounts::follow(const Quil::Name& name) {
     if (const auto node = followers_.extract(name); !node.empty()) unmount(*node.mapped());
     const auto entry = notifier()->source(name);
     if (!entry) return;
@@ -64,7 +64,7 @@ InputTables SourceMounts::mountTables(Follower& follower) {
     const auto mountOne = [&](auto factory, const Quil::String& path) {
         using Table = std::decay_t<decltype(*factory(""))>;
         const Place place = placeOf(path, Table::fwkCollection);
-        const auto table = factory(place.table);
+        auto table = factory(place.table);
         em_.mount(place.path, table, QuilMemtab::MountInfo::reader(Table::fwkCollection));
         follower.mounted.push_back(place);
         return table;

@@ -44,7 +44,8 @@ class SourceMounts : L2Rib::AgentSourceDir::NotifieeConst {
     };
 
     using L2Rib::AgentSourceDir::NotifieeConst::onSource;
-    void onSource(const Quil::Name& name) override;
+    void onSource(const Quil::Name& name) override { follow(name); }
+    void follow(const Quil::Name& name);
     void review(Follower& follower);
     void mount(Follower& follower);
     void unmount(Follower& follower);
