@@ -36,7 +36,7 @@ void ReaderSm::detach() {
 }
 
 void ReaderSm::tryMount() {
-    if (state_ == State::detached) return;
+    if (state_ == State::detached || awaitsWelcome_) return;
     const auto keep = front_.keepAlive();
     working_ = false;
     if (!watcher_ || !watcher_->active()) {
@@ -56,6 +56,11 @@ void ReaderSm::connectOrAttach(FenixId fenix) {
     auto fresh = Mem::ReaderKickSm::connect(loop_, directory_, readerName_, fenix, *this);
     const bool connected = fresh != nullptr;
     if (!connected && (fenix == attached_ || FenixFile::writerLives(directory_))) return;
+    if (connected && hasFiles_ && !kick_) {
+        kick_ = std::move(fresh);
+        awaitsWelcome_ = true;
+        return;
+    }
     if (!attach(fenix)) return;
     kick_ = std::move(fresh);
     kicks_ = true;
@@ -70,6 +75,7 @@ bool ReaderSm::attach(FenixId fenix) {
     try {
         if (front_.attachFiles(fenix, reason)) {
             attached_ = fenix;
+            hasFiles_ = true;
             return state_ != State::detached;
         }
     } catch (const Quil::SystemException& error) {
@@ -81,7 +87,23 @@ bool ReaderSm::attach(FenixId fenix) {
     return false;
 }
 
+// Who has the files of a writer that is gone waits with those of the next until its loop turns, which is when it has
+// filled them: so nobody is told that everything has gone and come back.
+void ReaderSm::attachWelcomed(FenixId fenix, bool kicks) {
+    const auto keep = front_.keepAlive();
+    awaitsWelcome_ = false;
+    if (!attach(fenix)) {
+        kick_.reset();
+        return wakeIn(retryInterval);
+    }
+    kicks_ = kicks;
+    stateIs(State::mounted);
+    working_ = true;
+    wakeIn(0);
+}
+
 void ReaderSm::onWelcome(FenixId fenix, bool kicks) {
+    if (awaitsWelcome_) return attachWelcomed(fenix, kicks);
     if (attached_ == 0) return;  // about to be mounted again; the connection guards what is still mapped
     kicks_ = kicks;
     if (fenix != attached_) return onClosed();  // of another incarnation than the files
@@ -97,6 +119,7 @@ void ReaderSm::onKick() {
 void ReaderSm::onClosed() {
     const auto keep = front_.keepAlive();
     kick_.reset();
+    awaitsWelcome_ = false;
     attached_ = 0;
     working_ = false;
     if (state_ == State::mounted) stateIs(State::stale);

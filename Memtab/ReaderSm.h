@@ -53,6 +53,7 @@ class L2RIB_EXPORT ReaderSm : Mem::ReaderKickSm::Handler, Quil::Clock::NotifieeC
     static constexpr Quil::Seconds corruptionPause = 1;
     static constexpr Quil::Seconds acknowledgeRetry = 0.01;
 
+    void attachWelcomed(SharedMem::FenixId fenix, bool kicks);
     void onWelcome(SharedMem::FenixId fenix, bool kicks) override;
     void onKick() override;
     void onClosed() override;
@@ -76,6 +77,8 @@ class L2RIB_EXPORT ReaderSm : Mem::ReaderKickSm::Handler, Quil::Clock::NotifieeC
     bool kicks_ = true;                // the writer wakes us; else we look at intervals
     bool working_ = false;             // the next wake-up is a turn, not an attempt to mount
     bool inTurn_ = false;              // the front is at work on its mapping
+    bool hasFiles_ = false;            // some incarnation has been mapped
+    bool awaitsWelcome_ = false;       // connected; mapped when the writer answers
     std::unique_ptr<Mem::ReaderKickSm> kick_;
     std::unique_ptr<Mem::InotifyWatcher> watcher_;
 };
