@@ -109,8 +109,16 @@ void PolicySm::Input::isWholeIs(bool isWhole) {
 }
 
 bool PolicySm::Input::step() {
-    const bool any = graph_.step();
-    return hosts_.step([this](const auto& key) { policy_.elect(key); }) || any;
+    if (policy_.clock().now() < retryAt_) return false;
+    try {
+        const bool any = graph_.step();
+        return hosts_.step([this](const auto& key) { policy_.elect(key); }) || any;
+    } catch (const Quil::Exception& error) {
+        trace().log(1, [&] { return Quil::cat("the merge of ", source_, " is held up: ", error.what()); });
+        retryAt_ = policy_.clock().now() + retry;
+        if (policy_.wakeupTime() > retryAt_) policy_.wakeupTimeIs(retryAt_);
+        return false;
+    }
 }
 
 std::optional<Candidate> PolicySm::Input::claim(const Bridging::MacVlanPair& key) {

@@ -15,7 +15,7 @@
 // elsewhere.
 //
 // Threads   Event-loop thread; elections are made from the clock.
-// Errors    What an output table throws ends the review; its key stays, and is tried again a second later.
+// Errors    What an output table throws holds up the source whose key it was for a second; then it is tried again.
 #pragma once
 
 #include <map>
@@ -72,6 +72,7 @@ class PolicySm : Quil::Clock::NotifieeConst {
     class Input {
      public:
         Input(PolicySm& policy, L2Rib::Source source, const InputTables& tables);
+        // Looks at one object and one host; false when there is none, or it was to no avail a moment ago.
         bool step();
         bool isSettled() const { return hosts_.isEmpty() && graph_.isSettled(); }
         bool isWhole() const { return isWhole_; }
@@ -96,6 +97,7 @@ class PolicySm : Quil::Clock::NotifieeConst {
         bool isWhole_ = true;
         Backlog<L2Rib::HostInput> hosts_;
         ObjectGraph graph_;
+        Quil::Seconds retryAt_ = 0;
     };
 
     void onTime() override;

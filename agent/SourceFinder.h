@@ -9,6 +9,8 @@
 // Errors    SystemException when the directory of the sources cannot be made.
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <map>
 #include <memory>
@@ -41,6 +43,8 @@ class SourceFinder : Quil::Clock::NotifieeConst {
 
      private:
         void onTime() override;  // the hold time is over
+        void probe();
+        void onAnswer();
         void onState();
         bool hasSocket() const;
         void withdraw(const char* why);
@@ -48,11 +52,10 @@ class SourceFinder : Quil::Clock::NotifieeConst {
         SourceFinder& finder_;
         const Quil::Name name_;
         const Quil::String directory_;
-        std::uint64_t inode_ = 0;  // of the directory that is watched
+        ino_t inode_ = 0;  // of the directory that is watched
         std::unique_ptr<Mem::InotifyWatcher> watcher_;
-        Quil::Ptr<L2Rib::SourceDirEntry> entry_;  // with the sink
+        Quil::Ptr<L2Rib::SourceDirEntry> entry_;  // in the directory; none before it has answered
         std::unique_ptr<Quil::AttrLogSink> sink_;
-        bool isThere_ = false;  // it has said what it has to say, and has not gone since
     };
 
     void onTime() override { look(); }
@@ -64,6 +67,7 @@ class SourceFinder : Quil::Clock::NotifieeConst {
     const Quil::Seconds hold_;
     const Report report_;
     std::map<Quil::Name, std::unique_ptr<Link>> links_;
+    ino_t inode_ = 0;
     std::unique_ptr<Mem::InotifyWatcher> watcher_;
 };
 

@@ -14,7 +14,11 @@ SourceMounts::SourceMounts(Corestore::EntityManager& em, const Quil::Ptr<L2Rib::
 SourceMounts::~SourceMounts() = default;
 
 void SourceMounts::follow(const Quil::Name& name) {
-    if (const auto node = followers_.extract(name); !node.empty()) unmount(*node.mapped());
+    if (const auto node = followers_.extract(name); !node.empty()) {
+        const L2Rib::Source before = node.mapped()->source;
+        unmount(*node.mapped());
+        reviewWaiting(before);
+    }
     const auto entry = notifier()->source(name);
     if (!entry) return;
     auto& follower = followers_[name] = std::make_unique<Follower>(*this);
@@ -32,12 +36,14 @@ void SourceMounts::review(Follower& follower) {
     if (!isWhole) return;
     const bool isAsMounted = follower.source == entry.source() && follower.hostPath == entry.hostTableMemtabPath();
     if (follower.isMounted() && isAsMounted) return;
+    const L2Rib::Source before = follower.source;
     unmount(follower);
     try {
         mount(follower);
     } catch (const Quil::Exception& error) {
         report_(Quil::cat("source ", entry.name(), " is not merged: ", error.what()));
     }
+    if (follower.source != before) reviewWaiting(before);
 }
 
 void SourceMounts::mount(Follower& follower) {
@@ -56,7 +62,7 @@ void SourceMounts::unmount(Follower& follower) {
     policy_.sourceDel(follower.source);
     floods_.sourceDel(follower.notifier()->name());
     unmountTables(follower);
-    reviewWaiting(std::exchange(follower.source, L2Rib::sourceNone));
+    follower.source = L2Rib::sourceNone;
 }
 
 InputTables SourceMounts::mountTables(Follower& follower) {
@@ -91,7 +97,10 @@ void SourceMounts::unmountTables(Follower& follower) {
 
 void SourceMounts::reviewWaiting(L2Rib::Source source) {
     for (const auto& [name, other] : followers_) {
-        if (!other->isMounted() && other->notifier()->source() == source) return review(*other);
+        const bool isWaiting = !other->isMounted() && other->notifier()->initialized();
+        if (source == L2Rib::sourceNone || !isWaiting || other->notifier()->source() != source) continue;
+        review(*other);
+        if (other->isMounted()) return;
     }
 }
 

@@ -11,6 +11,9 @@ namespace Apps {
 
 using Json = nlohmann::ordered_json;
 
+// The text as JSON. The range exception for what is none, or nested deeper than anything that we read.
+Json parseJson(const Quil::String& text);
+
 // Runs the reading of the value under this key.
 template <class F>
 void atKey(const Quil::String& key, F&& read) {

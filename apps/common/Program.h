@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <iostream>
+#include <set>
 
 #include "Quil/Trace.h"
 
@@ -24,12 +25,14 @@ inline int runProgram(const char* name, CLI::App& app, int argc, char** argv, co
     return 2;
 }
 
-// The lines of this trace handle up to level 3 (what went wrong) are said, whatever L2RIB_TRACE asks for.
-inline void alwaysSaid(const char* handle, void (*say)(const Quil::String&)) {
-    Quil::Trace& trace = Quil::Trace::handler(handle);
-    if (!trace.enabled(3)) trace.levelIs(3);
-    Quil::Trace::sinkIs([&trace, say](const Quil::String& name, int level, const Quil::String& text) {
-        if (name == trace.name()) return say(text);
+// The lines of these trace handles up to level 3 (what went wrong) are said, whatever L2RIB_TRACE asks for.
+inline void alwaysSaid(const std::set<Quil::String>& handles, void (*say)(const Quil::String&)) {
+    for (const auto& name : handles) {
+        Quil::Trace& trace = Quil::Trace::handler(name);
+        if (!trace.enabled(3)) trace.levelIs(3);
+    }
+    Quil::Trace::sinkIs([handles, say](const Quil::String& name, int level, const Quil::String& text) {
+        if (handles.contains(name)) return say(text);
         std::cerr << name << "/" << level << ": " << text << std::endl;
     });
 }

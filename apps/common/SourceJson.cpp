@@ -303,12 +303,7 @@ std::vector<SourceContents> sourcesOf(const Json& json, InterfaceNames& names) {
     object.read("schema", [](const Json& v) {
         if (v != 1) throw Quil::RangeException("is not 1");
     });
-    object.readEach("sources", [&](const Json& v) {
-        sources.push_back(reader.source(v));
-        for (std::size_t i = 0; i + 1 < sources.size(); ++i) {
-            if (sources[i].source == sources.back().source) throw Quil::RangeException("is given twice", "source");
-        }
-    });
+    object.readEach("sources", [&](const Json& v) { sources.push_back(reader.source(v)); });
     object.end();
     return sources;
 }

@@ -221,33 +221,38 @@ void Model::evaluate(const Lanx::EthAddr& mac) {
     if (all.entries.empty()) macs_.erase(mac);
 }
 
+// What the sink throws leaves what it has not taken to be published next time.
 void Model::publishHosts(PerMac& all, Found& found) {
-    std::map<HostId, L2Rib::Host> before;
-    std::swap(before, all.published);
+    auto& published = all.published;
     for (auto& [id, host] : found.hosts) {
-        const auto old = before.find(id);
-        const bool known = old != before.end();
+        const auto old = published.find(id);
+        const bool known = old != published.end();
         const bool sameDest = known && Quil::valueToStrep(old->second.ciDest()) == Quil::valueToStrep(host.ciDest());
         // When the host was first seen there.
         host.lastMoveTimeIs(sameDest ? old->second.lastMoveTime() : clock_->now());
         const bool sameHost = sameDest && old->second.entryType() == host.entryType();
-        all.published.emplace(id, host);
         if (!sameHost) sink_.hostIs(id.first, host);
-        if (known) before.erase(old);
+        published.insert_or_assign(id, host);
     }
     // What is new stands before what is old goes: a host that changes its source is never without one.
-    for (const auto& [id, host] : before) sink_.hostDel(id.first, id.second);
+    for (auto at = published.begin(); at != published.end();) {
+        const bool isGone = !found.hosts.contains(at->first);
+        if (isGone) sink_.hostDel(at->first.first, at->first.second);
+        at = isGone ? published.erase(at) : std::next(at);
+    }
 }
 
 void Model::publishFloods(PerMac& all, const Found& found) {
-    const std::set<Flood> before = std::exchange(all.floods, found.floods);
     for (const auto& flood : found.floods) {
         const auto& [source, vlanId, vtep] = flood;
-        if (!before.contains(flood)) sink_.floodIs(source, vlanId, vtep);
+        if (!all.floods.contains(flood)) sink_.floodIs(source, vlanId, vtep);
+        all.floods.insert(flood);
     }
-    for (const auto& flood : before) {
-        const auto& [source, vlanId, vtep] = flood;
-        if (!found.floods.contains(flood)) sink_.floodDel(source, vlanId, vtep);
+    for (auto at = all.floods.begin(); at != all.floods.end();) {
+        const auto& [source, vlanId, vtep] = *at;
+        const bool isGone = !found.floods.contains(*at);
+        if (isGone) sink_.floodDel(source, vlanId, vtep);
+        at = isGone ? all.floods.erase(at) : std::next(at);
     }
 }
 

@@ -15,10 +15,12 @@ constexpr std::uint16_t ndaFlagsExt = 15;  // NDA_FLAGS_EXT, from Linux 5.16 on
 
 }  // namespace
 
-NetlinkFdb::NetlinkFdb(Quil::EventLoop& loop, Model& model, std::function<void()> onLinks)
+NetlinkFdb::NetlinkFdb(Quil::EventLoop& loop, Model& model, std::function<void()> onLinks,
+                       std::function<void()> onWhole)
     : NotifieeConst(loop.clock()),
       model_(model),
       onLinks_(std::move(onLinks)),
+      onWhole_(std::move(onWhole)),
       events_(Netlink::open(RTMGRP_NEIGH | RTMGRP_LINK)),
       watch_(loop, mnl_socket_get_fd(events_.get()), [this] { receive(); }) {
     resync();
@@ -41,7 +43,7 @@ void NetlinkFdb::receive() {
         int left = static_cast<int>(size);
         for (auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data()); mnl_nlmsg_ok(message, left);
              message = mnl_nlmsg_next(message, &left)) {
-            handle(message);
+            guarded([&] { handle(message); });
         }
     }
 }
@@ -60,11 +62,19 @@ void NetlinkFdb::askResync() {
 
 void NetlinkFdb::onTime() {
     ++resyncs_;
+    guarded([this] { resync(); });
+}
+
+// At the start a failure is fatal; later it is said, once, and all is read again until it works.
+template <class F>
+void NetlinkFdb::guarded(F&& work) {
     try {
-        resync();
-    } catch (const Quil::SystemException& error) {
-        Quil::Trace::handler("Fdb").log(3, [&] { return Quil::String(error.what()); });
-        askResync();  // at the start it is fatal; later it is tried until it works
+        work();
+    } catch (const Quil::Exception& error) {
+        if (std::exchange(lastError_, error.what()) != error.what()) {
+            Quil::Trace::handler("Fdb").log(3, [&] { return Quil::String(error.what()); });
+        }
+        askResync();
     }
 }
 
@@ -79,6 +89,8 @@ void NetlinkFdb::resync() {
     if (whole) {
         model_.dumpEnds();
         onLinks_();
+        lastError_.clear();
+        onWhole_();
     } else {
         askResync();  // nothing is swept away on the word of half a dump
     }

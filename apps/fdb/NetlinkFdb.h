@@ -19,8 +19,9 @@ namespace Fdb {
 
 class NetlinkFdb : Quil::Clock::NotifieeConst {
  public:
-    // onLinks is called when links have changed, before the entries that name them.
-    NetlinkFdb(Quil::EventLoop& loop, Model& model, std::function<void()> onLinks);
+    // onLinks is called when links have changed, before the entries that name them; onWhole after each dump that was
+    // not interrupted.
+    NetlinkFdb(Quil::EventLoop& loop, Model& model, std::function<void()> onLinks, std::function<void()> onWhole);
     ~NetlinkFdb() override;
     const Quil::Counter& resyncs() const { return resyncs_; }
 
@@ -31,6 +32,8 @@ class NetlinkFdb : Quil::Clock::NotifieeConst {
     void discardEvents();
     void onTime() override;  // a resynchronisation is due
     void askResync();
+    template <class F>
+    void guarded(F&& work);
     void resync();
     void handle(const nlmsghdr* message);
     void handleLink(const nlmsghdr* message);
@@ -38,6 +41,8 @@ class NetlinkFdb : Quil::Clock::NotifieeConst {
 
     Model& model_;
     const std::function<void()> onLinks_;
+    const std::function<void()> onWhole_;
+    Quil::String lastError_;
     Quil::Counter resyncs_{"fdbResync"};
     Quil::Seconds lastResync_ = 0;
     const Netlink::Socket events_;

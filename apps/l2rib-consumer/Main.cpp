@@ -37,7 +37,7 @@ void setEnvironment(const Options& options) {
 
 void run(const Options& options) {
     setEnvironment(options);
-    Apps::alwaysSaid("Plugin::Impl::LoaderImpl", say);
+    Apps::alwaysSaid({"Plugin::Impl::LoaderImpl"}, say);
     Quil::EventLoop loop;
     const Apps::EndSignals signals(loop);
     auto em = Quil::makePtr<Corestore::EntityManager>(loop, options.root, "l2rib-consumer");

@@ -25,6 +25,7 @@ int main(int argc, char** argv) {
     return Apps::runProgram("l2rib-source", app, argc, argv, [&] {
         Quil::EventLoop loop;
         const Apps::EndSignals signals(loop);
+        Apps::alwaysSaid({"Quil::AttrLog", "Fdb"}, say);
         Corestore::EntityManager em(loop, root, "l2rib-source");
         const auto producer =
             kernel->parsed() ? Producer::kernelProducer(em, options) : Producer::fileProducer(em, options, path, say);

@@ -7,7 +7,7 @@
 
 namespace Tool {
 
-// One of the agent's entity trees, whole. Raises SystemException where no agent answers within 2 s.
+// One of the agent's entity trees, whole. Raises SystemException where no agent answers.
 template <class E>
 class AgentView {
  public:
@@ -29,7 +29,7 @@ class AgentView {
     }
 
  private:
-    static constexpr Quil::Seconds patience = 2;
+    static constexpr Quil::Seconds patience = 10;
 
     template <class F>
     bool turnUntil(F&& condition, Quil::Seconds atMost) {

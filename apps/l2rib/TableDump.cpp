@@ -45,6 +45,8 @@ class Dump {
                                   &DestAndSource::dest);
         if (!known) throw Quil::SystemException(Quil::cat(table.name, ": ", type, " cannot be dumped"));
     }
+    // Whether it is of a source that is there, as far as anybody knows.
+    bool isAnnounced(const TableFiles& table) const { return !hasAgent_ || known_.contains(directoryOf(table)); }
     std::vector<SourceContents> contents() && {
         std::vector<SourceContents> all;
         for (auto& [name, source] : sources_) all.push_back(std::move(source));
@@ -73,13 +75,18 @@ class Dump {
                 const Quil::String path = entry->hostTableMemtabPath();
                 known_[path.substr(0, path.rfind("/host/host"))] = entry;
             }
+            hasAgent_ = true;
         } catch (const Quil::SystemException&) {
             std::cerr << "l2rib: table dump: no agent answers: the dump lacks the sources and flood sets of inputs\n";
         }
     }
 
+    // "l2rib/input/NAME" of "l2rib/input/NAME/host/host".
+    static Quil::String directoryOf(const TableFiles& table) {
+        return table.name.substr(0, table.name.rfind('/', table.name.rfind('/') - 1));
+    }
     SourceContents& inputOf(const TableFiles& table) {
-        const Quil::String directory = table.name.substr(0, table.name.rfind('/', table.name.rfind('/') - 1));
+        const Quil::String directory = directoryOf(table);
         const auto [at, isNew] = sources_.try_emplace(directory);
         SourceContents& source = at->second;
         if (!isNew) return source;
@@ -138,6 +145,7 @@ class Dump {
 
     Quil::EventLoop loop_;
     Corestore::EntityManager em_;
+    bool hasAgent_ = false;
     std::map<Quil::String, Quil::Ptr<L2Rib::SourceDirEntry>> known_;  // by directory
     std::map<Quil::String, SourceContents> sources_;                  // by directory, or by source
 };
@@ -169,8 +177,9 @@ void print(const Apps::Json& all) {
 int tableDump(const Options& options) {
     Dump dump(options.root);
     const std::vector<std::string> inputs{Agent::Places::inputs};
-    for (const TableFiles& table : findTables(options.root, options.words.empty() ? inputs : options.words)) {
-        dump.add(table);
+    const bool isAll = options.words.empty();  // of the sources that are there
+    for (const TableFiles& table : findTables(options.root, isAll ? inputs : options.words)) {
+        if (!isAll || dump.isAnnounced(table)) dump.add(table);
     }
     const auto names = Apps::InterfaceNames::readFrom(options.root);
     print(Apps::jsonOf(std::move(dump).contents(), names));

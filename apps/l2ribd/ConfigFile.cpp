@@ -1,6 +1,7 @@
 #include "l2ribd/ConfigFile.h"
 
 #include <fstream>
+#include <sstream>
 
 #include "Mem/Files.h"
 #include "common/JsonObject.h"
@@ -10,15 +11,19 @@ ConfigFile::ConfigFile(const Quil::String& directory) : path_(directory + "/conf
 }
 
 bool ConfigFile::readEnabled() const {
+    if (!Mem::Files::open(path_, false)) return true;
     std::ifstream file(path_);
-    if (!file) return true;
-    const auto json = Apps::Json::parse(file, nullptr, false);
+    std::ostringstream text;
+    text << file.rdbuf();
     bool enabled = true;
-    Quil::atField(path_.c_str(), [&] {
+    try {
+        const auto json = Apps::parseJson(text.str());
         Apps::JsonObject object(json);
         object.require("agentEnabled", [&](const auto& value) { enabled = value.template get<bool>(); });
         object.end();
-    });
+    } catch (const Quil::RangeException& error) {
+        throw Quil::RangeException(error.what(), path_);
+    }
     return enabled;
 }
 

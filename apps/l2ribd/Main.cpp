@@ -9,6 +9,7 @@
 #include "L2Rib/TableInfo.h"
 #include "Quil/AttrLogSource.h"
 #include "Quil/Trace.h"
+#include "SharedMem/FenixFile.h"
 #include "agent/Places.h"
 #include "agent/SourceFinder.h"
 #include "agent/SourceMounts.h"
@@ -46,9 +47,17 @@ class Agentd : L2Rib::Config::NotifieeConst {
     void run() {
         const Apps::EndSignals signals(loop_);
         const Apps::Signals reload(loop_, {SIGHUP}, [this] { reloadPolicy(); });
-        Apps::alwaysSaid("Quil::AttrLog", say);
+        Apps::alwaysSaid({"Quil::AttrLog", "Fdb"}, say);
+        // Before anything is announced that an agent at work would merge.
+        if (SharedMem::FenixFile::writerLives(Mem::pathUnder(options_.root, "l2rib/output/host/host"))) {
+            throw Quil::SystemException("another agent is at work under " + options_.root);
+        }
         const auto producer = startProducer();
         waitForSources();
+        if (loop_.isStopped()) {
+            if (producer) producer->withdraw();
+            return say("ends before it was ready");
+        }
         mountOutput();
         const Shown shown(*this);
         const auto hosts = output_->hosts();
@@ -81,7 +90,7 @@ class Agentd : L2Rib::Config::NotifieeConst {
         const Quil::Seconds end = loop_.clock()->now() + startPatience;
         do {
             loop_.runOnce(0.01);
-        } while (!finder_.isSettled() && loop_.clock()->now() < end);
+        } while (!finder_.isSettled() && !loop_.isStopped() && loop_.clock()->now() < end);
     }
 
     // When the inputs are whole, and filled before the loop turns: a consumer that follows the output over a restart of

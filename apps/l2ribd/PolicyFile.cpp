@@ -1,6 +1,7 @@
 #include "l2ribd/PolicyFile.h"
 
 #include <fstream>
+#include <sstream>
 
 #include "common/JsonObject.h"
 #include "common/Names.h"
@@ -36,10 +37,10 @@ Agent::Policy policyOf(const Apps::Json& json, const Quil::String& root) {
 Agent::Policy readPolicy(const Quil::String& path, const Quil::String& root) {
     std::ifstream file(path);
     if (!file) throw Quil::RangeException("cannot be read", path);
-    const auto json = Apps::Json::parse(file, nullptr, false);
-    if (json.is_discarded()) throw Quil::RangeException("is not JSON", path);
+    std::ostringstream text;
+    text << file.rdbuf();
     try {
-        return policyOf(json, root);
+        return policyOf(Apps::parseJson(text.str()), root);
     } catch (const Quil::RangeException& error) {
         throw Quil::RangeException(error.what(), path);
     }

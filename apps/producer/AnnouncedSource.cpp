@@ -24,9 +24,10 @@ QuilMemtab::MountInfo writer(const char* collection, std::uint32_t maxEntries) {
 void AnnouncedSource::checkName(const Quil::Name& name) {
     const bool isPlain =
         name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_.") == name.npos;
-    if (name.empty() || name.size() > 64 || name[0] == '.' || !isPlain) {
-        throw Quil::RangeException(
-            Quil::cat("'", name, "' is no name of 1 to 64 letters, digits and -_. that does not begin with a dot"));
+    if (name.empty() || name.size() > 64 || name[0] == '.' || !isPlain || name.ends_with(".new")) {
+        throw Quil::RangeException(Quil::cat(
+            "'", name,
+            "' is no name of 1 to 64 letters, digits and -_. that neither begins with a dot nor ends in .new"));
     }
 }
 
@@ -45,10 +46,21 @@ AnnouncedSource::AnnouncedSource(Corestore::EntityManager& em, const Quil::Name&
       loadBalances_(L2Rib::loadBalanceTableFactory("lb")),
       labels_(L2Rib::labelTableFactory("label")),
       dests_(L2Rib::destTableFactory("dest")) {
-    em.mount(path_, hosts_.table(), writer("host", maxHosts));
-    em.mount(path_, loadBalances_.table(), writer("lb", maxObjects));
-    em.mount(path_, labels_.table(), writer("label", maxObjects));
-    em.mount(path_, dests_.table(), writer("dest", maxObjects));
+    // All or none: what is mounted stays in the tree until it is taken out.
+    std::vector<Quil::Name> mounted;
+    try {
+        const auto mount = [&](const auto& rows, const char* collection, std::uint32_t maxEntries) {
+            em.mount(path_, rows.table(), writer(collection, maxEntries));
+            mounted.push_back(rows.table()->name());
+        };
+        mount(hosts_, "host", maxHosts);
+        mount(loadBalances_, "lb", maxObjects);
+        mount(labels_, "label", maxObjects);
+        mount(dests_, "dest", maxObjects);
+    } catch (...) {
+        for (const auto& table : mounted) em.unmount(path_, table);
+        throw;
+    }
     entry_->hostTableMemtabPathIs(hosts_.table()->hostControl().name());
     entry_->lbTableMemtabPathIs(loadBalances_.table()->lbControl().name());
     entry_->labelTableMemtabPathIs(labels_.table()->labelControl().name());

@@ -34,11 +34,7 @@ Json readJson(const std::string& path) {
     std::ostringstream text;
     if (file) text << file.rdbuf();
     if (!file.is_open() || file.bad()) throw Quil::RangeException("cannot be read");
-    try {
-        return Json::parse(text.str());
-    } catch (const Json::parse_error& error) {
-        throw Quil::RangeException(Quil::cat("is not JSON from byte ", error.byte, " on"));
-    }
+    return Apps::parseJson(text.str());
 }
 
 // What a file's rows are turned into; each kind of file has one.
@@ -145,11 +141,12 @@ class FileProducer : public Producer {
         : root_(em.root()),
           path_(path),
           name_(options.name.empty() ? nameOf(path) : options.name),
+          lock_(root_, name_),
           report_(std::move(report)),
           watcher_(
               em.loop(), fs::absolute(path).parent_path().string(), [this] { follow(); },
               Mem::InotifyWatcher::written) {
-        AnnouncedSource::checkName(name_);
+        options.settings();  // whatever the file holds, they must be right
         atFile([&] {
             stamp_ = stampOf();
             const Json json = readJson(path_);
@@ -186,7 +183,7 @@ class FileProducer : public Producer {
         if (std::exchange(stamp_, stamp) == stamp) return;
         try {
             atFile([&] { fill(readJson(path_)); });
-        } catch (const Quil::Exception& error) {
+        } catch (const std::exception& error) {
             report_(error.what());
         }
     }
@@ -200,6 +197,7 @@ class FileProducer : public Producer {
     const Quil::String root_;
     const std::string path_;
     const Quil::Name name_;
+    const NameLock lock_;
     const Report report_;
     Apps::InterfaceNames names_;
     std::unique_ptr<Rows> rows_;

@@ -12,11 +12,11 @@ class KernelProducer : public Producer {
     KernelProducer(Corestore::EntityManager& em, const Options& options)
         : root_(em.root()),
           name_(options.name.empty() ? "kernel" : options.name),
+          lock_(root_, name_),
           sources_(em, name_, options.maxHosts),
           model_(options.settings(), em.loop().clock(), sources_),
-          kernel_(em.loop(), model_, [this] { publishInterfaces(); }) {
-        sources_.fillEnds();
-    }
+          kernel_(
+              em.loop(), model_, [this] { publishInterfaces(); }, [this] { sources_.fillEnds(); }) {}
     void withdraw() override { sources_.withdraw(); }
     Quil::String summary() const override {
         return Quil::cat(summaryOf(model_.statistics()), "; resynchronised ", kernel_.resyncs().value(), " times");
@@ -38,6 +38,7 @@ class KernelProducer : public Producer {
 
     const Quil::String root_;
     const Quil::Name name_;
+    const NameLock lock_;
     Apps::InterfaceNames names_;
     std::set<std::uint32_t> known_;  // interface indices in the names file
     SourceSet sources_;

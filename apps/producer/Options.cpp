@@ -1,11 +1,24 @@
 // The options that all programs with a producer in them share.
 #include <CLI/CLI.hpp>
 
+#include "Mem/Files.h"
+#include "Mem/WriterLock.h"
+#include "producer/AnnouncedSource.h"
 #include "producer/Producer.h"
 
 namespace Producer {
 
 Producer::~Producer() = default;
+
+NameLock::NameLock(const Quil::String& root, const Quil::Name& name) {
+    AnnouncedSource::checkName(name);
+    const Quil::String directory = Mem::pathUnder(root, "producers");
+    Mem::Files::makeDirectories(directory);
+    file_ = Mem::Files::openOrCreate(directory + "/" + name);
+    if (!Mem::WriterLock::acquire(file_.get())) {
+        throw Quil::SystemException(Quil::cat("another producer of the name ", name, " is at work under ", root));
+    }
+}
 
 void Options::addTo(CLI::App& app) {
     app.add_option("--name", name, "of the sources, before a hyphen and each source (default kernel, or the file's)");

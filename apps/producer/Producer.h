@@ -10,6 +10,7 @@
 #include <set>
 
 #include "Corestore/EntityManager.h"
+#include "Quil/FileDescriptor.h"
 #include "fdb/FdbModel.h"
 
 namespace CLI {
@@ -28,6 +29,15 @@ struct Options {
 
     void addTo(CLI::App& app);
     Fdb::Settings settings() const;  // raises the range exception
+};
+
+// Held by a producer for as long as it lives: a second one of its name fails.
+class NameLock {
+ public:
+    NameLock(const Quil::String& root, const Quil::Name& name);  // raises SystemException
+
+ private:
+    Quil::FileDescriptor file_;
 };
 
 using Report = std::function<void(const Quil::String&)>;

@@ -42,8 +42,14 @@ class L2RIB_EXPORT EntityManager : public Quil::Counted {
     // Puts the entity under the path and mounts it. Throws what the mount throws.
     template <class E, class Info>
     void mount(const Quil::String& path, const Quil::Ptr<E>& entity, const Info& info) {
-        dirIs(path)->entityIs(entity);
-        entity->fwkMount(info, loop_, root_, readerName_);
+        const auto dir = dirIs(path);
+        dir->entityIs(entity);
+        try {
+            entity->fwkMount(info, loop_, root_, readerName_);
+        } catch (...) {
+            dir->entityDel(entity->name());
+            throw;
+        }
     }
     // Takes the entity of this name out of the tree, which detaches it.
     void unmount(const Quil::String& path, const Quil::Name& name) { dirIs(path)->entityDel(name); }

@@ -4,9 +4,11 @@
 // process, and goes with the process however that ends.
 #pragma once
 
+#include "Quil/Export.h"
+
 namespace Mem {
 
-struct WriterLock {
+struct L2RIB_EXPORT WriterLock {
     // False when another holds it. The descriptor must be open for writing and stay open.
     static bool acquire(int fd);
     // Whether some writer holds it; asks without taking it.

@@ -33,8 +33,8 @@ EventLoop::Watch::~Watch() {
 }
 
 void EventLoop::run() {
-    stopped_ = false;
     while (!stopped_) runOnce(never);
+    stopped_ = false;
 }
 
 void EventLoop::runOnce(Seconds atMost) {

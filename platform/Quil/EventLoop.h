@@ -36,9 +36,10 @@ class L2RIB_EXPORT EventLoop {
     };
 
     const Ptr<Clock>& clock() const { return clock_; }
-    // Turns until stop() is called from a callback.
+    // Turns until stop() is called from a callback; not at all when that has been done before.
     void run();
     void stop() { stopped_ = true; }
+    bool isStopped() const { return stopped_; }
     // One turn: waits for events or the clock, at most so long, and serves them.
     void runOnce(Seconds atMost);
 

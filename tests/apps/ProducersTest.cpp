@@ -179,7 +179,7 @@ TEST_F(ProducersTest, ThePolicyIsReadAgainAsAWhole) {
     auto mlag = producer(write("mlag.json", sourceOf("mlag", {10}, 0, "10.0.0.3")));
     ASSERT_TRUE(becomes("10 mlag 10.0.0.3"));
     const std::pair<std::string, std::string> bad[] = {
-        {"{", "is not JSON"},
+        {"{", "is not JSON from byte 2 on"},
         {R"({"preferences":{"bgp":0}})", "preferences.bgp: is 0, which is no preference"},
         {R"({"preferences":{"nobody":1}})", "preferences.nobody: no source of this name"},
         {R"({"preferences":{"bgp":500},"ownVtep":"here"})", "ownVtep: 'here' is not an IP address"},
@@ -305,8 +305,10 @@ TEST_F(ProducersTest, WhatIsWrongWithAFileIsOneLine) {
         {R"({"source":"mlag","sorce":1})", "sorce: is not known here"},
         {R"({"schema":2,"source":"mlag"})", "schema: is not 1"},
         {R"({"name":"a/b","source":"mlag"})",
-         "'a/b' is no name of 1 to 64 letters, digits and -_. that does not begin with a dot"},
-        {R"({"sources":[{"source":"mlag"},{"name":"x","source":"mlag"}]})", "sources[1].source: is given twice"},
+         "'a/b' is no name of 1 to 64 letters, digits and -_. that neither begins with a dot nor ends in .new"},
+        {R"({"sources":[{"source":"mlag"},{"source":"mlag"}]})", "bad-mlag: is given twice"},
+        {R"({"source":"mlag","x":1e999})", "is not JSON that can be held"},
+        {R"({"source":"mlag","hosts":)" + std::string(100000, '['), "is nested deeper than 32 levels"},
         {with(R"("hosts":{})"), "hosts: is not an array"},
         {with(R"("hosts":[7])"), "hosts[0]: is not an object"},
         {with(R"("hosts":[{"vlan":4095}])"), "hosts[0].vlan: VlanId::value < 1 or > 4094 not allowed"},
