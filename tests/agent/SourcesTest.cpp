@@ -1,5 +1,8 @@
 // Sources announce themselves, die, come back and go: what the agent's output is told of it. Producers and agent run on
 // one loop here; sockets and shared memory between them are real.
+#include <sys/socket.h>
+
+#include "Quil/LocalSocket.h"
 #include "agent/Places.h"
 #include "agent/SourceFinder.h"
 #include "agent/SourceMounts.h"
@@ -163,8 +166,38 @@ TEST_F(SourcesTest, OneEntryAtATimeSpeaksForASource) {
     second->fillEnds();
     ASSERT_TRUE(test::turnUntil(
         loop, [&] { return reports.find("b is not merged: sourceBgp is announced by a") != std::string::npos; }));
+    auto empty = announced("aa", sourceBgp);  // not filled: it is passed over
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return directory->source("aa") != nullptr; }));
     first->withdraw();
     EXPECT_TRUE(becomes("2:Bgp"));
+}
+
+// A source that is slow to answer, or an agent that holds nothing, gives nobody up who is there.
+TEST_F(SourcesTest, WhoAnswersIsNotGivenUp) {
+    finder.reset();
+    auto listener = Quil::LocalSocket::listen(scratch.path(), "slow", SOCK_STREAM);  // answers, and says nothing
+    const std::string slow = scratch.path() + "/" + Places::inputs + "/slow";
+    Mem::Files::makeDirectories(slow);
+    Mem::Files::rename(scratch.path() + "/slow", slow + "/" + Places::announcement);
+    finder = std::make_unique<SourceFinder>(loop, scratch.path(), directory, 0, report);
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return directory->source("slow") != nullptr; }));
+    EXPECT_FALSE(finder->isSettled());
+    auto bgp = announced("b", sourceBgp);
+    bgp->hostIs(hostOf(1));
+    bgp->fillEnds();
+    ASSERT_TRUE(becomes("1:Bgp"));
+    test::turnUntil(
+        loop, [] { return false; }, 1.5);
+    EXPECT_TRUE(directory->source("slow")) << reports;
+    bgp.reset();  // without a hold time its end is the end
+    ASSERT_TRUE(becomes(""));
+    listener = {};
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return !directory->source("slow"); })) << reports;
+    // A dead one's socket does not bring its entry back.
+    Mem::Files::makeDirectories(scratch.path() + "/" + Places::inputs + "/other");
+    test::turnUntil(
+        loop, [] { return false; }, 0.3);
+    EXPECT_TRUE(directory->source().empty());
 }
 
 TEST_F(SourcesTest, AnEntryThatCannotBeMountedIsSaid) {

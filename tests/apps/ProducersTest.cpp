@@ -171,6 +171,16 @@ TEST_F(ProducersTest, EveryProcessMayBeKilledInEveryOrder) {
     } while (std::next_permutation(order.begin(), order.end()));
 }
 
+TEST_F(ProducersTest, AnAgentThatWaitsForASourceCanBeEnded) {
+    auto bgp = producer(write("bgp.json", sourceOf("bgp", {10}, 0)));
+    bgp->kill(SIGSTOP);
+    test::Child daemon({"l2ribd", "--root", scratch.path(), "--fdb", "none"});
+    usleep(300000);
+    daemon.kill(SIGTERM);
+    EXPECT_EQ(daemon.wait(), 0) << daemon.rest();
+    EXPECT_EQ(daemon.rest(), "l2ribd: ends before it was ready\n");
+}
+
 TEST_F(ProducersTest, ThePolicyIsReadAgainAsAWhole) {
     const std::string rules =
         write("rules.json", R"({"preferences":{"mlag":101},"ownVtep":"10.0.0.1","multihomed":["po1"]})");
