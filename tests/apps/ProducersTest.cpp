@@ -8,6 +8,7 @@
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <numeric>
 
 #include "support/Support.h"
 
@@ -203,6 +204,25 @@ TEST_F(ProducersTest, ThePolicyIsReadAgainAsAWhole) {
     write("rules.json", R"({"preferences":{"bgp":102}})");
     daemon->kill(SIGHUP);
     EXPECT_TRUE(becomes("10 bgp 10.0.0.2"));
+}
+
+TEST_F(ProducersTest, ARestartOfTheAgentShowsOnlyWhatDiffers) {
+    std::vector<int> vlans(4000);
+    std::iota(vlans.begin(), vlans.end(), 1);
+    const std::string path = write("bgp.json", sourceOf("bgp", vlans, 0));
+    auto bgp = producer(path);
+    auto daemon = agent();
+    auto watching = monitor();
+    for (int i = 0; i < 3; ++i) {
+        daemon->kill(SIGKILL);
+        daemon->wait();
+        daemon = agent();
+        write("bgp.json", sourceOf("bgp", vlans, 0, "10.0.0." + std::to_string(10 + i)));
+        EXPECT_NE(watching->readLine().find("update"), std::string::npos);
+        for (std::size_t n = 1; n < vlans.size(); ++n) {
+            ASSERT_NE(watching->readLine().find(" (was bgp vtep 10.0.0."), std::string::npos);
+        }
+    }
 }
 
 TEST_F(ProducersTest, TheHostsOfADeadProducerStandForTheHoldTime) {
