@@ -1,6 +1,6 @@
 #include "agent/FloodMerge.h"
 
-#include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace Agent {
@@ -61,6 +61,12 @@ void FloodMerge::onTime() {
         if (clock().now() >= end) return wakeupTimeIs(clock().now());
     }
     if (enabled_) publishSources();
+}
+
+void FloodMerge::settle() {
+    if (!enabled_) return;
+    for (const VlanId& vlanId : std::exchange(changed_, {})) mergeVlan(vlanId);
+    publishSources();
 }
 
 void FloodMerge::mergeVlan(const VlanId& vlanId) {

@@ -28,6 +28,8 @@ class FloodMerge : Quil::Clock::NotifieeConst {
     void isWholeIs(const Quil::Name& name, bool isWhole);
     // While it is disabled the output stays as it is.
     void enabledIs(bool enabled);
+    // Merges all that is to be merged, now.
+    void settle();
 
  private:
     static constexpr Quil::Seconds quantum = 0.01;

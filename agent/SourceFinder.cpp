@@ -105,12 +105,16 @@ bool SourceFinder::Link::isSettled() const {
 }
 
 void SourceFinder::Link::onState() {
-    if (sink_->isSynchronised()) return wakeupTimeIs(Quil::never);
+    if (sink_->isSynchronised()) {
+        if (std::exchange(isAway_, false)) finder_.report_(Quil::cat("source ", name_, " is back"));
+        return wakeupTimeIs(Quil::never);
+    }
     if (sink_->isConnected()) return;
     entry_->initializedIs(false);
     if (!hasSocket()) return withdraw("has withdrawn itself");
     // One that connects and says nothing, or nonsense, is as good as away: its time goes on.
     if (wakeupTime() != Quil::never) return;
+    isAway_ = true;
     finder_.report_(Quil::cat("source ", name_, " is away; its hosts stand for ", finder_.hold_, " s"));
     wakeupTimeIs(clock().now() + finder_.hold_);
 }
@@ -125,6 +129,7 @@ void SourceFinder::Link::withdraw(const char* why) {
     finder_.report_(Quil::cat("source ", name_, " ", why));
     sink_.reset();
     entry_ = nullptr;
+    isAway_ = false;
     wakeupTimeIs(Quil::never);
     finder_.sources_->sourceDel(name_);
     if (hasSocket()) probe();

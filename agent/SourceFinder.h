@@ -56,6 +56,7 @@ class SourceFinder : Quil::Clock::NotifieeConst {
         std::unique_ptr<Mem::InotifyWatcher> watcher_;
         Quil::Ptr<L2Rib::SourceDirEntry> entry_;  // in the directory; none before it has answered
         std::unique_ptr<Quil::AttrLogSink> sink_;
+        bool isAway_ = false;  // and that has been said
     };
 
     void onTime() override { look(); }

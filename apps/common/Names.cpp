@@ -70,8 +70,7 @@ Lanx::IntfId InterfaceNames::interfaceIs(const Quil::String& name) {
         throw Quil::RangeException("is not the name of an interface");
     }
     constexpr std::uint32_t made = 0x80000000u;  // no index of the kernel's is so high
-    const std::uint32_t real = if_nametoindex(name.c_str());
-    const std::uint32_t index = real ? real : made | Verro::Util::hash(name.data(), name.size());
+    const std::uint32_t index = made | Verro::Util::hash(name.data(), name.size());
     nameIs(index, name);
     return {Lanx::IntfId::ethernet, index};
 }

@@ -23,8 +23,8 @@ Quil::String entryTypeName(Bridging::EntryType entryType);
 class InterfaceNames {
  public:
     void nameIs(std::uint32_t index, const Quil::String& name);  // empty: forget it
-    // The interface of this name, of which a file speaks: this system's index, or one made from the name, the same in
-    // every process, where there is none. The range exception for what can be no name.
+    // The interface of this name, of which a file speaks: with a number made from the name, the same in every process,
+    // that is no index of any namespace's. The range exception for what can be no name.
     Lanx::IntfId interfaceIs(const Quil::String& name);
     // When something changed; raises SystemException.
     void writeTo(const Quil::String& root, const Quil::Name& producer);

@@ -43,7 +43,12 @@ class Reader {
         rows("loadBalances", out.loadBalances, &Reader::loadBalance);
         rows("labels", out.labels, &Reader::label);
         rows("dests", out.dests, &Reader::destRow);
-        object.readEach("floodSets", [&](const Json& v) { out.floodSets.push_back(floodRow(v)); });
+        std::set<std::pair<Bridging::VlanId, Lanx::EthAddr>> sets;
+        object.readEach("floodSets", [&](const Json& v) {
+            out.floodSets.push_back(floodRow(v));
+            const auto& row = out.floodSets.back();
+            if (!sets.emplace(row.vlanId, row.mac).second) throw Quil::RangeException("is given twice");
+        });
         object.end();
         return out;
     }

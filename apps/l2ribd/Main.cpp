@@ -109,6 +109,7 @@ class Agentd : L2Rib::Config::NotifieeConst {
         if (info.keepOverRestart) policy_.sweepAll();
         apply();
         policy_.settle();
+        floods_.settle();
     }
 
     // As a whole, or not at all.

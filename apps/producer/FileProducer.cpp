@@ -30,6 +30,8 @@ Quil::Name nameOf(const fs::path& path) {
 }
 
 Json readJson(const std::string& path) {
+    std::error_code error;
+    if (fs::exists(path, error) && !fs::is_regular_file(path, error)) throw Quil::RangeException("is no file");
     std::ifstream file(path);
     std::ostringstream text;
     if (file) text << file.rdbuf();

@@ -318,7 +318,7 @@ TEST_F(ProducersTest, WhatAFileSaysIsShownAndDumpedAsItStands) {
     lab->wait();
     EXPECT_TRUE(becomes(""));
     auto again = producer(write("again.json", output.second));
-    daemon->readUntil("is merged");
+    for (int i = 0; i < 100 && json({"host", "show"})["total"] != 4; ++i) usleep(50000);
     EXPECT_EQ(json({"host", "show"})["total"], 4);
 }
 
@@ -356,6 +356,7 @@ TEST_F(ProducersTest, WhatIsWrongWithAFileIsOneLine) {
         {with(R"("dests":[{"id":1,"type":"vtep","address":"2001:db8::1"}])"),
          "dests[0].address: is not an IPv4 address"},
         {with(R"("dests":[{"id":1,"type":"cpu"},{"id":1,"type":"cpu"}])"), "dests[1]: is given twice"},
+        {with(R"("floodSets":[{"vlan":1},{"vlan":1,"type":"any"}])"), "floodSets[1]: is given twice"},
         {with(R"("floodSets":[{"vlan":1,"type":"invalid"}])"), "floodSets[0].type: is neither all nor any"}};
     const std::string path = files.path() + "/bad.json";
     for (const auto& [text, what] : cases) {
