@@ -200,7 +200,7 @@ class FloodMergeTest : public testing::Test {
         return entry;
     }
 
-    const Lanx::EthAddr all;
+    const Lanx::EthAddr all{};
     const Bridging::VlanId ten{10}, twenty{20};
     Quil::Ptr<Quil::ManualClock> clock = Quil::makePtr<Quil::ManualClock>();
     Quil::Ptr<FloodSetOutput> output = floodSetOutputFactory("floodSets");
