@@ -343,8 +343,7 @@ TEST_F(MountTest, ReadersAtFullSpeedSeeNoTornNoMissingNoInventedRecord) {
     EXPECT_EQ(follow.readLine(), "ready");
     EXPECT_EQ(follow.wait(), 0) << follow.rest();
     const std::string wrote = writer.readLine();
-    // A writer that was given time has been through all sizes; beside other work on the machine it may not have been.
-    if (std::stol(wrote.substr(std::string("wrote ").size())) >= 100000) {
+    if (test::scale() >= 1) {
         EXPECT_EQ(wrote.find("shrinks 0"), std::string::npos) << wrote;
     }
     EXPECT_EQ(writer.wait(), 0) << writer.rest();
