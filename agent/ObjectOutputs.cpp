@@ -1,5 +1,6 @@
 #include "agent/ObjectOutputs.h"
 
+#include <algorithm>
 #include <functional>
 
 namespace Agent {
@@ -48,6 +49,23 @@ ObjectOutputs::~ObjectOutputs() = default;
 
 ObjTupleManager& ObjectOutputs::manager(TableType table) {
     return table == tableTypeLoadBalance ? *lbManager_ : table == tableTypeLabel ? *labelManager_ : *destManager_;
+}
+
+template <class Table>
+void ObjectOutputs::takeOver(const Table& table, TableType type) {
+    std::uint64_t next = manager(type).current();
+    for (const auto& row : table.records()) {
+        const std::uint64_t id = row.key().value();
+        doom({ObjId(id), type});
+        next = std::max(next, id + 1);
+    }
+    manager(type).currentIs(next);
+}
+
+void ObjectOutputs::takeOver() {
+    takeOver(*loadBalances_, tableTypeLoadBalance);
+    takeOver(*labels_, tableTypeLabel);
+    takeOver(*dests_, tableTypeDest);
 }
 
 bool ObjectOutputs::removeDoomed() {

@@ -25,6 +25,9 @@ class ObjectOutputs {
     // Of a table that is not the invalid one.
     L2Rib::ObjTupleManager& manager(L2Rib::TableType table);
 
+    // The tables hold what an earlier process left: its rows go when no host leads to them any more, and its
+    // identifiers are not used again.
+    void takeOver();
     // A row that is to go when no host leads to it any more; and one that stays after all.
     void doom(const L2Rib::ObjTuple& tuple) { doomed_.insert(tuple); }
     void spare(const L2Rib::ObjTuple& tuple) { doomed_.erase(tuple); }
@@ -40,6 +43,8 @@ class ObjectOutputs {
         }
     };
     void remove(const L2Rib::ObjTuple& tuple);
+    template <class Table>
+    void takeOver(const Table& table, L2Rib::TableType type);
 
     const Quil::Ptr<L2Rib::LoadBalanceOutput> loadBalances_;
     const Quil::Ptr<L2Rib::LabelOutput> labels_;

@@ -78,10 +78,14 @@ bool SourceFinder::Link::hasSocket() const {
 void SourceFinder::Link::look() {
     if (const auto now = inodeOf(directory_); now != 0 && now != inode_) {
         inode_ = now;
-        watcher_ = std::make_unique<Mem::InotifyWatcher>(finder_.loop_, directory_, [this] { look(); });
+        watcher_ = std::make_unique<Mem::InotifyWatcher>(finder_.loop_, directory_, [this] { onNews(); });
     }
-    if (!hasSocket()) return;
-    sink_ ? sink_->connectNow() : probe();
+    if (!sink_ && hasSocket()) probe();
+}
+
+void SourceFinder::Link::onNews() {
+    look();
+    if (sink_) sink_->connectNow();
 }
 
 // Until somebody answers the source has no place in the directory: a socket may be a dead one's.

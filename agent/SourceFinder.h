@@ -39,10 +39,11 @@ class SourceFinder : Quil::Clock::NotifieeConst {
         Link(SourceFinder& finder, const Quil::Name& name);
         ~Link() override = default;
         bool isSettled() const;
-        void look();  // a file may have come; or another directory of this name
+        void look();  // a socket may have come; or another directory of this name
 
      private:
         void onTime() override;  // the hold time is over
+        void onNews();           // in the directory
         void probe();
         void onAnswer();
         void onState();

@@ -49,7 +49,8 @@ class Agentd : L2Rib::Config::NotifieeConst {
         const Apps::Signals reload(loop_, {SIGHUP}, [this] { reloadPolicy(); });
         Apps::alwaysSaid({"Quil::AttrLog", "Fdb"}, say);
         // Before anything is announced that an agent at work would merge.
-        if (SharedMem::FenixFile::writerLives(Mem::pathUnder(options_.root, "l2rib/output/host/host"))) {
+        if (SharedMem::FenixFile::writerLives(
+                Mem::pathUnder(options_.root, Quil::cat(Agent::Places::output, "/host/host")))) {
             throw Quil::SystemException("another agent is at work under " + options_.root);
         }
         const auto producer = startProducer();
@@ -106,7 +107,10 @@ class Agentd : L2Rib::Config::NotifieeConst {
         mount(objects_.loadBalances(), L2Rib::TableInfo().loadBalanceOutputInfo(QuilMemtab::writer));
         mount(objects_.labels(), L2Rib::TableInfo().labelOutputInfo(QuilMemtab::writer));
         mount(objects_.dests(), L2Rib::TableInfo().destOutputInfo(QuilMemtab::writer));
-        if (info.keepOverRestart) policy_.sweepAll();
+        if (info.keepOverRestart) {
+            objects_.takeOver();
+            policy_.sweepAll();
+        }
         apply();
         policy_.settle();
         floods_.settle();

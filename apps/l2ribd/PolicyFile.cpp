@@ -25,7 +25,7 @@ Agent::Policy policyOf(const Apps::Json& json, const Quil::String& root) {
     auto names = Apps::InterfaceNames::readFrom(root);
     object.readEach("multihomed", [&](const Apps::Json& value) {
         const auto name = value.get<Quil::String>();
-        policy.multihomed.insert(names.interfaceIs(name));  // of this system
+        policy.multihomed.insert(names.interfaceIs(name));  // as files have it
         for (const auto& intfId : names.interfacesOf(name)) policy.multihomed.insert(intfId);
     });
     object.end();

@@ -187,6 +187,24 @@ TEST_F(ObjectsTest, EachSourceHasObjectsOfItsOwnAndTakesThemAlong) {
     EXPECT_EQ(numRows(), 1u);
 }
 
+// Rows that an earlier process left: their hosts get objects with fresh identifiers, and then they go.
+TEST_F(ObjectsTest, WhatAnEarlierProcessLeftIsReplaced) {
+    objects.dests()->destIs(DestAndSource(DestId(7)));
+    HostAndSource left(test::keyOf(1));
+    Host host(test::keyOf(1));
+    host.nextIs(dest(7));
+    left.hostIs(host);
+    left.sourceIs(sourceBgp);
+    output->hostIs(left);
+    objects.takeOver();
+    policy.sweepAll();
+    destIs(1);
+    hostIs(1, dest(1));
+    EXPECT_EQ(hostChain(1), "Dest 1:10.0.0.1");
+    EXPECT_EQ(output->host(test::keyOf(1)).host().next(), dest(8));
+    EXPECT_EQ(numRows(), 1u);
+}
+
 // Against the plain reading of the tables: an object resolves when it does not lead back to itself and leads somewhere.
 class Oracle {
  public:
