@@ -1,5 +1,5 @@
-// Backlog: the keys of one input table that are to be looked at: those that changed, in turn, and, once, all that the
-// table held when it was mounted.
+// Backlog: the keys of one input table that are to be looked at: those that changed, in turn, and, at first and when
+// that is asked for, all that the table holds.
 //
 // Owner     Whoever merges the table.
 // Threads   Event-loop thread.
@@ -23,7 +23,7 @@ class Backlog : public Table::NotifieeBase {
         this->notifierIs(table);
     }
 
-    bool isWalking() const { return bool(walk_); }  // what the table held at first is not through yet
+    bool isFirstWalk() const { return isFirstWalk_; }  // what the table held at first is not through yet
     bool isEmpty() const { return changed_.empty() && !walk_; }
     void mark(const Key& key) {
         changed_.insert(key);
@@ -40,10 +40,17 @@ class Backlog : public Table::NotifieeBase {
             changed_.erase(last_);
             return true;
         }
-        if (!walk_) return false;
+        if (!walk_) {
+            isFirstWalk_ = false;
+            return false;
+        }
         handle(walk_.key());
         ++walk_;
         return true;
+    }
+    void walkAgain() {
+        walk_ = this->notifier()->records().begin();
+        kick_();
     }
 
  private:
@@ -54,6 +61,7 @@ class Backlog : public Table::NotifieeBase {
     std::set<Key> changed_;
     Key last_{};  // of the changed keys; the next one is behind it
     typename Table::IteratorConst walk_;
+    bool isFirstWalk_ = true;
 };
 
 }  // namespace Agent

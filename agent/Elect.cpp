@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace Agent {
 namespace {
@@ -21,6 +22,8 @@ const char* stepName(Step step) {
             return "none";
         case Step::onlyCandidate:
             return "only-candidate";
+        case Step::eligible:
+            return "eligible";
         case Step::preference:
             return "preference";
         case Step::staticFirst:
@@ -35,29 +38,6 @@ const char* stepName(Step step) {
             return "source-bit";
     }
     return "?";
-}
-
-std::uint32_t Policy::preference(L2Rib::Source source, const L2Rib::Host& host) const {
-    if (host.preference() != 0) return host.preference();
-    const auto configured = preferences.find(source);
-    return configured == preferences.end() ? defaultPreference(source) : configured->second;
-}
-
-std::uint32_t defaultPreference(L2Rib::Source source) {
-    switch (source) {
-        case L2Rib::sourceRouterMac:
-            return 250;
-        case L2Rib::sourceLocalStatic:
-            return 230;
-        case L2Rib::sourceVxlanStatic:
-            return 210;
-        case L2Rib::sourceDot1x:
-            return 200;
-        case L2Rib::sourceMss:
-            return 190;
-        default:
-            return 100;
-    }
 }
 
 bool isStatic(Bridging::EntryType entryType) {
@@ -85,13 +65,15 @@ Lanx::IpGenAddr vtepOf(const L2Rib::Host& host, const Policy& policy) {
 
 Candidate candidateOf(L2Rib::Source source, const L2Rib::Host& host, const Policy& policy,
                       const Lanx::IpGenAddr& nextVtep) {
-    Candidate candidate{source, host, host.next() == L2Rib::ObjTuple() ? vtepOf(host, policy) : nextVtep};
+    Candidate candidate{
+        .source = source, .host = host, .vtep = host.next() == L2Rib::ObjTuple() ? vtepOf(host, policy) : nextVtep};
     candidate.host.preferenceIs(policy.preference(source, host));
     return candidate;
 }
 
 std::pair<int, Step> compare(const Candidate& a, const Candidate& b) {
     const bool aStatic = isStatic(a.host.entryType()), bStatic = isStatic(b.host.entryType());
+    if (a.standing != b.standing) return {a.standing < b.standing ? -1 : 1, Step::eligible};
     if (const int order = higherFirst(a.host.preference(), b.host.preference())) {
         return {order, Step::preference};
     }
@@ -106,16 +88,35 @@ std::pair<int, Step> compare(const Candidate& a, const Candidate& b) {
 }
 
 Result elect(std::span<const Candidate> candidates) {
-    if (candidates.empty()) return {};
-    const Candidate *winner = &candidates[0], *runnerUp = nullptr;
-    for (const Candidate& candidate : candidates.subspan(1)) {
-        if (compare(candidate, *winner).first < 0) {
+    const Candidate *winner = nullptr, *runnerUp = nullptr;
+    for (const Candidate& candidate : candidates) {
+        if (candidate.standing != Candidate::Standing::eligible) continue;
+        if (!winner || compare(candidate, *winner).first < 0) {
             runnerUp = std::exchange(winner, &candidate);
         } else if (!runnerUp || compare(candidate, *runnerUp).first < 0) {
             runnerUp = &candidate;
         }
     }
+    if (!winner) return {};
     return {winner, runnerUp ? compare(*winner, *runnerUp).second : Step::onlyCandidate};
+}
+
+bool isSamePlace(const L2Rib::Host& a, const L2Rib::Host& b) {
+    if (!(a.next() == b.next())) return false;
+    return !(a.next() == L2Rib::ObjTuple()) || std::memcmp(&a.ciDest(), &b.ciDest(), sizeof a.ciDest()) == 0;
+}
+
+bool haveConflict(std::span<const Candidate> candidates) {
+    if (candidates.size() < 2) return false;
+    const auto any = [&](bool ofStatic, auto&& holds) {
+        return std::any_of(candidates.begin(), candidates.end(), [&](const Candidate& claim) {
+            const bool counts = claim.standing == Candidate::Standing::eligible;
+            return counts && isStatic(claim.host.entryType()) == ofStatic && holds(claim.host);
+        });
+    };
+    return any(true, [&](const L2Rib::Host& fixed) {
+        return any(false, [&](const L2Rib::Host& dynamic) { return !isSamePlace(fixed, dynamic); });
+    });
 }
 
 }  // namespace Agent

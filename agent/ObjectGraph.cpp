@@ -36,10 +36,7 @@ ObjectGraph::ObjectGraph(Source source, const ObjectTables& tables, ObjectOutput
       dests_(tables.dests, kick_) {}
 
 ObjectGraph::~ObjectGraph() {
-    for (const auto& [tuple, node] : nodes_) {
-        if (node.resolves) outputs_.doom(node.output);
-        outputs_.manager(tuple.tableType()).delOutputOt(node.output);
-    }
+    for (const auto& [tuple, node] : nodes_) outputs_.release(node.output);
 }
 
 ObjTuple ObjectGraph::hostNextIs(const HostKey& host, const ObjTuple& next) {
@@ -62,22 +59,14 @@ ObjTuple ObjectGraph::hostNextIs(const HostKey& host, const ObjTuple& next) {
 }
 
 Lanx::IpGenAddr ObjectGraph::lowestVtep(const ObjTuple& tuple) const {
-    Lanx::IpGenAddr lowest;
-    std::set<ObjTuple> seen;
-    std::vector<ObjTuple> todo{tuple};
-    while (!todo.empty()) {
-        const ObjTuple at = todo.back();
-        todo.pop_back();
-        const Node* found = node(at);
-        if (!found || !found->resolves || !seen.insert(at).second) continue;
-        if (at.tableType() != tableTypeDest) {
-            todo.insert(todo.end(), found->next.begin(), found->next.end());
-        } else if (found->dest.destType() == destTypeVxlan) {
-            const auto vtep = found->dest.vxlan().vtepAddr();
-            if (lowest == Lanx::IpGenAddr() || vtep < lowest) lowest = vtep;
-        }
-    }
-    return lowest;
+    const Node* found = node(tuple);
+    return found && found->resolves ? found->lowestVtep : Lanx::IpGenAddr();
+}
+
+std::size_t ObjectGraph::numWaitingHosts() const {
+    std::size_t count = 0;
+    for (const auto& [tuple, node] : nodes_) count += node.resolves ? 0 : node.hosts.size();
+    return count;
 }
 
 void ObjectGraph::isWholeIs(bool isWhole) {
@@ -115,7 +104,12 @@ bool ObjectGraph::step() {
 ObjectGraph::Node& ObjectGraph::nodeIs(const ObjTuple& tuple) {
     const auto [at, isNew] = nodes_.try_emplace(tuple);
     if (isNew) {
-        at->second.output = outputs_.manager(tuple.tableType()).newOutputOt({tuple, source_});
+        try {
+            at->second.output = outputs_.tupleFor({tuple, source_});
+        } catch (...) {
+            nodes_.erase(at);
+            throw;
+        }
         toLoad_.push_back(tuple);
     }
     return at->second;
@@ -225,6 +219,19 @@ bool ObjectGraph::leadsSomewhere(const ObjTuple& tuple, const Node& node) const 
                        [&](const ObjTuple& child) { return !(outputOf(child) == ObjTuple()); });
 }
 
+Lanx::IpGenAddr ObjectGraph::lowestVtepBehind(const ObjTuple& tuple, const Node& node) const {
+    if (tuple.tableType() == tableTypeDest) {
+        return node.dest.destType() == destTypeVxlan ? node.dest.vxlan().vtepAddr() : Lanx::IpGenAddr();
+    }
+    Lanx::IpGenAddr lowest;
+    for (const ObjTuple& child : node.next) {
+        const Lanx::IpGenAddr vtep = lowestVtep(child);
+        if (vtep == Lanx::IpGenAddr()) continue;
+        if (lowest == Lanx::IpGenAddr() || vtep < lowest) lowest = vtep;
+    }
+    return lowest;
+}
+
 void ObjectGraph::evaluate(const ObjTuple& tuple) {
     const auto at = nodes_.find(tuple);
     if (at == nodes_.end()) return;
@@ -237,9 +244,13 @@ void ObjectGraph::evaluate(const ObjTuple& tuple) {
     } else if (node.resolves) {
         outputs_.doom(node.output);
     }
-    if (std::exchange(node.resolves, resolves) != resolves) {
+    const Lanx::IpGenAddr vtep = resolves ? lowestVtepBehind(tuple, node) : Lanx::IpGenAddr();
+    const bool isOther = node.resolves != resolves || !(node.lowestVtep == vtep);
+    node.resolves = resolves;
+    node.lowestVtep = vtep;
+    if (isOther) {
         toEvaluate_.insert(node.parents.begin(), node.parents.end());
-        if (!node.hosts.empty()) walks_.push_back({tuple, {}, false});
+        walkHosts(tuple, node);
     }
     kick_();
     releaseIfUnused(tuple);
@@ -289,19 +300,25 @@ void ObjectGraph::releaseIfUnused(const ObjTuple& tuple) {
     if (at == nodes_.end()) return;
     const Node& node = at->second;
     if (node.isPresent || !node.parents.empty() || !node.hosts.empty()) return;
-    if (node.resolves) outputs_.doom(node.output);
-    outputs_.manager(tuple.tableType()).delOutputOt(node.output);
+    outputs_.release(node.output);
     refused_.erase(tuple);
     nodes_.erase(at);
+}
+
+void ObjectGraph::walkHosts(const ObjTuple& tuple, Node& node) {
+    if (node.hosts.empty() || std::exchange(node.isWalkQueued, true)) return;
+    walks_.push_back({tuple, {}, false});
 }
 
 bool ObjectGraph::walkStep() {
     if (walks_.empty()) return false;
     HostWalk& walk = walks_.front();
-    const Node* at = node(walk.tuple);
-    if (at) {
-        const auto next = walk.hasBegun ? at->hosts.upper_bound(walk.last) : at->hosts.begin();
-        if (next != at->hosts.end()) {
+    const auto found = nodes_.find(walk.tuple);
+    if (found != nodes_.end()) {
+        Node& node = found->second;
+        if (!walk.hasBegun) node.isWalkQueued = false;
+        const auto next = walk.hasBegun ? node.hosts.upper_bound(walk.last) : node.hosts.begin();
+        if (next != node.hosts.end()) {
             walk.last = *next;
             walk.hasBegun = true;
             onHost_(walk.last);

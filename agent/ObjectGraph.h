@@ -37,7 +37,8 @@ class ObjectGraph {
  public:
     using HostKey = Bridging::MacVlanPair;
 
-    // onHost is told of each host whose next has come to resolve or ceased to; kick, that there is something to do.
+    // onHost is told of each host whose next has come to resolve or ceased to, or leads to another lowest VTEP; kick,
+    // that there is something to do.
     ObjectGraph(L2Rib::Source source, const ObjectTables& tables, ObjectOutputs& outputs,
                 std::function<void(const HostKey&)> onHost, std::function<void()> kick);
     // Dooms all its rows.
@@ -48,25 +49,28 @@ class ObjectGraph {
     // The host leads to this object now (the empty tuple: to none). Returns the output tuple, the empty one when it
     // does not resolve.
     L2Rib::ObjTuple hostNextIs(const HostKey& host, const L2Rib::ObjTuple& next);
-    // The lowest VTEP that the object leads to; the empty address when there is none.
+    // The lowest VTEP that the object leads to; the empty address when there is none. onHost is told when it changes.
     Lanx::IpGenAddr lowestVtep(const L2Rib::ObjTuple& tuple) const;
     // While the source is filling its tables, objects that they lack stand.
     void isWholeIs(bool isWhole);
     bool step();  // false when there is nothing to do
     bool isSettled() const;
     std::size_t numRefused() const { return refused_.size(); }
+    std::size_t numWaitingHosts() const;  // those whose next does not resolve
 
  private:
     struct Node {
         L2Rib::ObjTuple output;
         bool isPresent = false, isRefused = false, resolves = false;
+        bool isWalkQueued = false;
+        Lanx::IpGenAddr lowestVtep;         // while it resolves
         std::vector<L2Rib::ObjTuple> next;  // of a group, by position; of a label, one
         Lanx::MplsLabel label;
         L2Rib::Dest dest;
         std::set<L2Rib::ObjTuple> parents;
         std::set<HostKey> hosts;
     };
-    struct HostWalk {  // over the hosts of a node that changed sides
+    struct HostWalk {  // over the hosts of a node that is to be seen otherwise
         L2Rib::ObjTuple tuple;
         HostKey last;
         bool hasBegun = false;
@@ -86,6 +90,8 @@ class ObjectGraph {
     };
     Reach reachOf(const L2Rib::ObjTuple& tuple) const;
     bool leadsSomewhere(const L2Rib::ObjTuple& tuple, const Node& node) const;
+    Lanx::IpGenAddr lowestVtepBehind(const L2Rib::ObjTuple& tuple, const Node& node) const;
+    void walkHosts(const L2Rib::ObjTuple& tuple, Node& node);
     void evaluate(const L2Rib::ObjTuple& tuple);
     void refusedIs(const L2Rib::ObjTuple& tuple, Node& node, bool isRefused);
     void write(const L2Rib::ObjTuple& tuple, const Node& node);

@@ -34,15 +34,22 @@ Quil::Ptr<ObjTupleManager> makeManager(TableType table) {
     return objTupleManagerFactory(table, Constants::objIdFirst.value(), Constants::objIdLast.value());
 }
 
+std::uint64_t& of(Identifiers& identifiers, TableType table) {
+    return table == tableTypeLoadBalance ? identifiers.lb
+           : table == tableTypeLabel     ? identifiers.label
+                                         : identifiers.dest;
+}
+
 }  // namespace
 
-ObjectOutputs::ObjectOutputs(const Quil::Ptr<PolicySmStatus>& status)
+ObjectOutputs::ObjectOutputs(const Quil::Ptr<PolicySmStatus>& status, Keep keep)
     : loadBalances_(loadBalanceOutputFactory("lb")),
       labels_(labelOutputFactory("label")),
       dests_(destOutputFactory("dest")),
       lbManager_(makeManager(tableTypeLoadBalance)),
       labelManager_(makeManager(tableTypeLabel)),
       destManager_(makeManager(tableTypeDest)),
+      keep_(std::move(keep)),
       maxima_(std::make_unique<Maxima>(*this, status)) {}
 
 ObjectOutputs::~ObjectOutputs() = default;
@@ -52,26 +59,64 @@ ObjTupleManager& ObjectOutputs::manager(TableType table) {
 }
 
 template <class Table>
-void ObjectOutputs::takeOver(const Table& table, TableType type) {
-    std::uint64_t next = manager(type).current();
+void ObjectOutputs::takeOver(const Table& table, TableType type, std::uint64_t reserved) {
+    ObjTupleManager& mapping = manager(type);
+    std::uint64_t current = std::max(reserved, mapping.first());
     for (const auto& row : table.records()) {
-        const std::uint64_t id = row.key().value();
-        doom({ObjId(id), type});
-        next = std::max(next, id + 1);
+        if (row.key().value() < mapping.last()) current = std::max(current, row.key().value() + 1);
     }
-    manager(type).currentIs(next);
+    mapping.currentIs(current);
+    of(reserved_, type) = current;
+    for (const auto& row : table.records()) takeOver({ObjId(row.key().value()), type}, row.sourceOtas());
 }
 
-void ObjectOutputs::takeOver() {
-    takeOver(*loadBalances_, tableTypeLoadBalance);
-    takeOver(*labels_, tableTypeLabel);
-    takeOver(*dests_, tableTypeDest);
+void ObjectOutputs::takeOver(const ObjTuple& tuple, const ObjTupleAndSource& object) {
+    ObjTupleManager& mapping = manager(tuple.tableType());
+    doom(tuple);
+    const bool isOurs = object.objTuple().isValid() && object.objTuple().tableType() == tuple.tableType() &&
+                        tuple.objId().value() < mapping.current();
+    const ObjTuple other = mapping.inputToOutput(object);
+    // Of two rows of one object the older one was about to go.
+    if (!isOurs || tuple.objId() < other.objId()) return;
+    if (unclaimed_.erase(other) > 0) mapping.delOutputOt(other);
+    mapping.restoreMapping(object, tuple);
+    unclaimed_.insert(tuple);
+}
+
+void ObjectOutputs::takeOver(const Identifiers& reserved) {
+    takeOver(*loadBalances_, tableTypeLoadBalance, reserved.lb);
+    takeOver(*labels_, tableTypeLabel, reserved.label);
+    takeOver(*dests_, tableTypeDest, reserved.dest);
+}
+
+ObjTuple ObjectOutputs::tupleFor(const ObjTupleAndSource& object) {
+    ObjTupleManager& mapping = manager(object.objTuple().tableType());
+    const ObjTuple earlier = mapping.inputToOutput(object);
+    if (unclaimed_.erase(earlier) > 0) return earlier;
+    reserve(mapping.tableType());
+    return mapping.newOutputOt(object);
+}
+
+void ObjectOutputs::reserve(TableType table) {
+    Identifiers wanted = reserved_;
+    std::uint64_t& end = of(wanted, table);
+    if (manager(table).current() < end) return;
+    end = manager(table).current() + block;
+    keep_(wanted);
+    reserved_ = wanted;
+}
+
+void ObjectOutputs::release(const ObjTuple& tuple) {
+    doom(tuple);
+    manager(tuple.tableType()).delOutputOt(tuple);
 }
 
 bool ObjectOutputs::removeDoomed() {
     if (doomed_.empty()) return false;
-    remove(*doomed_.begin());
-    doomed_.erase(doomed_.begin());
+    const ObjTuple tuple = *doomed_.begin();
+    remove(tuple);
+    doomed_.erase(tuple);
+    if (unclaimed_.erase(tuple) > 0) manager(tuple.tableType()).delOutputOt(tuple);
     return true;
 }
 

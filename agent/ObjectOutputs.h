@@ -2,6 +2,7 @@
 // them.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <set>
 
@@ -13,10 +14,23 @@
 
 namespace Agent {
 
+// Up to which identifiers may have been handed out, of each table; these excluded.
+struct Identifiers {
+    std::uint64_t lb = 0, label = 0, dest = 0;
+};
+
+// Identifiers are never used twice, not even after a restart: they are reserved in blocks, and the reservation is kept
+// before the first of a block is used, since the row that had the highest one may be gone when the agent is started
+// again.
+//
+// Errors    What keeping a reservation throws: then nothing is handed out.
 class ObjectOutputs {
  public:
+    using Keep = std::function<void(const Identifiers&)>;
+
     // The highest identifiers are told to status.
-    explicit ObjectOutputs(const Quil::Ptr<L2Rib::PolicySmStatus>& status);
+    explicit ObjectOutputs(
+        const Quil::Ptr<L2Rib::PolicySmStatus>& status, Keep keep = [](const Identifiers&) {});
     ~ObjectOutputs();
 
     const Quil::Ptr<L2Rib::LoadBalanceOutput>& loadBalances() const { return loadBalances_; }
@@ -25,9 +39,13 @@ class ObjectOutputs {
     // Of a table that is not the invalid one.
     L2Rib::ObjTupleManager& manager(L2Rib::TableType table);
 
-    // The tables hold what an earlier process left: its rows go when no host leads to them any more, and its
-    // identifiers are not used again.
-    void takeOver();
+    // The tables hold what an earlier process left: what it had mapped stays mapped. Rows that no source claims go when
+    // no host leads to them any more.
+    void takeOver(const Identifiers& reserved);
+    // The output tuple of a source's object: the one that an earlier process gave it, or a new one.
+    L2Rib::ObjTuple tupleFor(const L2Rib::ObjTupleAndSource& object);
+    // The object is no more, nor is anything that leads to it.
+    void release(const L2Rib::ObjTuple& tuple);
     // A row that is to go when no host leads to it any more; and one that stays after all.
     void doom(const L2Rib::ObjTuple& tuple) { doomed_.insert(tuple); }
     void spare(const L2Rib::ObjTuple& tuple) { doomed_.erase(tuple); }
@@ -42,15 +60,22 @@ class ObjectOutputs {
             return a.tableType() != b.tableType() ? a.tableType() < b.tableType() : a.objId() < b.objId();
         }
     };
+    static constexpr std::uint64_t block = 1024;
+
     void remove(const L2Rib::ObjTuple& tuple);
+    void reserve(L2Rib::TableType table);
     template <class Table>
-    void takeOver(const Table& table, L2Rib::TableType type);
+    void takeOver(const Table& table, L2Rib::TableType type, std::uint64_t reserved);
+    void takeOver(const L2Rib::ObjTuple& tuple, const L2Rib::ObjTupleAndSource& object);
 
     const Quil::Ptr<L2Rib::LoadBalanceOutput> loadBalances_;
     const Quil::Ptr<L2Rib::LabelOutput> labels_;
     const Quil::Ptr<L2Rib::DestOutput> dests_;
     const Quil::Ptr<L2Rib::ObjTupleManager> lbManager_, labelManager_, destManager_;
+    const Keep keep_;
+    Identifiers reserved_;
     std::set<L2Rib::ObjTuple, ByTable> doomed_;
+    std::set<L2Rib::ObjTuple, ByTable> unclaimed_;  // mapped by an earlier process
     std::unique_ptr<Maxima> maxima_;
 };
 

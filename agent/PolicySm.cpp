@@ -1,8 +1,6 @@
 #include "agent/PolicySm.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
 
 #include "Quil/Trace.h"
 #include "agent/PutRow.h"
@@ -19,14 +17,18 @@ Quil::Trace& trace() {
 
 PolicySm::PolicySm(const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::HostOutput> output,
                    ObjectOutputs& objects)
-    : NotifieeConst(clock), output_(std::move(output)), objects_(objects) {}
+    : NotifieeConst(clock),
+      output_(std::move(output)),
+      objects_(objects),
+      mobility_(clock, [this](const auto& key) { lookAgain(key); }) {}
 
 PolicySm::~PolicySm() = default;
 
 void PolicySm::sourceIs(L2Rib::Source source, const InputTables& tables) {
-    const bool replaces = inputs_.erase(source) > 0;
-    inputs_[source] = std::make_unique<Input>(*this, source, tables);
-    if (replaces) sweep(source);
+    const bool hasWonBefore = inputs_.erase(source) > 0 || (awaited_ & source) != 0;
+    inputs_[source] = std::make_unique<Input>(source, tables, rules_, objects_, [this] { kick(); });
+    awaited_ &= ~static_cast<std::uint32_t>(source);
+    if (hasWonBefore) sweep(source);
     kick();
 }
 
@@ -39,6 +41,22 @@ void PolicySm::isWholeIs(L2Rib::Source source, bool isWhole) {
     if (input == inputs_.end() || input->second->isWhole() == isWhole) return;
     input->second->isWholeIs(isWhole);
     if (isWhole) sweep(source);
+}
+
+void PolicySm::takeOver(std::uint32_t awaitedSources) {
+    awaited_ = awaitedSources;
+    for (const auto& [source, unused] : inputs_) awaited_ &= ~static_cast<std::uint32_t>(source);
+    sweep(L2Rib::sourceAll);
+}
+
+void PolicySm::awaitedIs(std::uint32_t sources) {
+    const std::uint32_t before = std::exchange(awaited_, sources);
+    if ((before & ~sources) != 0) sweep(before & ~sources);
+}
+
+const SourceInput* PolicySm::input(L2Rib::Source source) const {
+    const auto found = inputs_.find(source);
+    return found == inputs_.end() ? nullptr : found->second.get();
 }
 
 void PolicySm::enabledIs(bool enabled) {
@@ -76,14 +94,14 @@ void PolicySm::settle() {
 }
 
 bool PolicySm::isSettled() const {
-    return !sweep_ && !objects_.hasDoomed() &&
+    return !sweep_ && (awaited_ != 0 || !objects_.hasDoomed()) &&
            std::all_of(inputs_.begin(), inputs_.end(), [](const auto& input) { return input.second->isSettled(); });
 }
 
 bool PolicySm::step() {
     bool any = sweepStep();
-    for (const auto& [source, input] : inputs_) any = input->step() || any;
-    return any || objects_.removeDoomed();
+    for (const auto& [source, input] : inputs_) any = stepOf(source, *input) || any;
+    return any || (awaited_ == 0 && objects_.removeDoomed());
 }
 
 bool PolicySm::sweepStep() {
@@ -94,104 +112,99 @@ bool PolicySm::sweepStep() {
     return true;
 }
 
-PolicySm::Input::Input(PolicySm& policy, L2Rib::Source source, const InputTables& tables)
-    : policy_(policy),
-      source_(source),
-      table_(tables.hosts),
-      hosts_(tables.hosts, [&policy] { policy.kick(); }),
-      graph_(
-          source, tables.objects, policy.objects_, [this](const auto& key) { hosts_.mark(key); },
-          [&policy] { policy.kick(); }) {}
-
-void PolicySm::Input::isWholeIs(bool isWhole) {
-    isWhole_ = isWhole;
-    graph_.isWholeIs(isWhole);
-}
-
-bool PolicySm::Input::step() {
-    if (policy_.clock().now() < retryAt_) return false;
+// False as well when it was to no avail a moment ago.
+bool PolicySm::stepOf(L2Rib::Source source, Input& input) {
+    if (clock().now() < input.retryAt) return false;
     try {
-        const bool any = graph_.step();
-        return hosts_.step([this](const auto& key) { policy_.elect(key); }) || any;
+        return input.step([this](const auto& key) { elect(key); });
     } catch (const Quil::Exception& error) {
-        trace().log(1, [&] { return Quil::cat("the merge of ", source_, " is held up: ", error.what()); });
-        retryAt_ = policy_.clock().now() + retry;
-        if (policy_.wakeupTime() > retryAt_) policy_.wakeupTimeIs(retryAt_);
+        trace().log(1, [&] { return Quil::cat("the merge of ", source, " is held up: ", error.what()); });
+        input.retryAt = clock().now() + retry;
+        if (wakeupTime() > input.retryAt) wakeupTimeIs(input.retryAt);
         return false;
     }
 }
 
-std::optional<Candidate> PolicySm::Input::claim(const Bridging::MacVlanPair& key) {
-    L2Rib::Host host;
-    if (table_->host(key, host)) {
-        const L2Rib::ObjTuple next = host.next();
-        host.nextIs(graph_.hostNextIs(key, next));
-        const bool leadsSomewhere = next == L2Rib::ObjTuple() || !(host.next() == L2Rib::ObjTuple());
-        if (!leadsSomewhere) return std::nullopt;
-        return candidateOf(source_, host, policy_.rules_, graph_.lowestVtep(next));
-    }
-    L2Rib::HostAndSource published;
-    if (!isWhole_ && policy_.output_->host(key, published) && published.source() == source_) {
-        const L2Rib::ObjTuple& next = published.host().next();
-        const auto own = policy_.objects_.manager(next.tableType()).outputToInput(next).objTuple();
-        return candidateOf(source_, published.host(), policy_.rules_, graph_.lowestVtep(own));
-    }
-    graph_.hostNextIs(key, {});
-    stays_.erase(key);
-    return std::nullopt;
-}
-
-void PolicySm::Input::raise(Candidate& candidate, std::optional<std::uint32_t> remoteSeqNo) {
-    L2Rib::Host& host = candidate.host;
-    const auto [at, isNew] = stays_.try_emplace(host.key());
-    Stay& stay = at->second;
-    const double since = std::isnan(host.lastMoveTime()) ? 0.0 : host.lastMoveTime();
-    const bool isThere =
-        !isNew && stay.since == since && std::memcmp(&stay.place, &host.ciDest(), sizeof stay.place) == 0;
-    if (!isThere) {
-        const std::uint32_t own = host.seqNo().value();
-        const bool hasAppeared = remoteSeqNo && !hosts_.isWalking() && *remoteSeqNo != 0xffffffffu;
-        stay = {host.ciDest(), since, hasAppeared ? std::max(own, *remoteSeqNo + 1) : own};
-    }
-    host.seqNoIs(Keel::Seqno32(std::max(stay.seqNo, host.seqNo().value())));
-}
-
-std::vector<Candidate> PolicySm::candidates(const Bridging::MacVlanPair& key) {
-    std::vector<Candidate> found;
-    std::optional<std::uint32_t> remoteSeqNo;
-    for (const auto& [source, input] : inputs_) {
-        auto claim = input->claim(key);
-        if (!claim) continue;
-        const bool isRemote = !isLocal(claim->host) && !isStatic(claim->host.entryType());
-        if (isRemote) remoteSeqNo = std::max(remoteSeqNo.value_or(0), claim->host.seqNo().value());
-        found.push_back(*claim);
-    }
-    for (Candidate& candidate : found) {
-        const bool isLocalDynamic = isLocal(candidate.host) && !isStatic(candidate.host.entryType());
-        if (isLocalDynamic) inputs_.at(candidate.source)->raise(candidate, remoteSeqNo);
-    }
-    return found;
+void PolicySm::lookAgain(const Bridging::MacVlanPair& key) {
+    if (!inputs_.empty()) inputs_.begin()->second->mark(key);
 }
 
 void PolicySm::policyIs(const Policy& policy) {
     rules_ = policy;
-    sweepAll();
+    mobility_.rulesAre(policy.duplicates);
+    for (const auto& [source, input] : inputs_) input->rulesChanged();
+    sweep(L2Rib::sourceAll);
+}
+
+bool PolicySm::isRemembered(L2Rib::Source source) const {
+    const SourceInput* of = input(source);
+    return of ? !of->isWhole() : (awaited_ & source) != 0;
+}
+
+void PolicySm::collectClaims(const Bridging::MacVlanPair& key, const L2Rib::HostAndSource* published) {
+    const auto isEligible = [](const Candidate& claim) { return claim.standing == Candidate::Standing::eligible; };
+    claims_.clear();
+    std::uint32_t claimants = 0;
+    std::optional<std::uint32_t> remoteSeqNo;
+    for (const auto& [source, input] : inputs_) {
+        const auto claim = input->claim(key);
+        if (!claim) continue;
+        claims_.push_back(*claim);
+        claimants |= source;
+        if (isEligible(*claim) && !isLocal(claim->host) && !isStatic(claim->host.entryType())) {
+            remoteSeqNo = std::max(remoteSeqNo.value_or(0), claim->host.seqNo().value());
+        }
+    }
+    for (Candidate& claim : claims_) {
+        const bool isLocalDynamic = isLocal(claim.host) && !isStatic(claim.host.entryType());
+        if (isEligible(claim) && isLocalDynamic) inputs_.at(claim.source)->raise(claim, remoteSeqNo, published);
+    }
+    const bool isHeld = published && std::none_of(claims_.begin(), claims_.end(), isEligible);
+    for (const auto& [source, input] : inputs_) {
+        const bool stands = isHeld && published->source() == source && !input->isWhole();
+        if (!(claimants & source) && !stands) input->forget(key);
+    }
+}
+
+bool PolicySm::staysFrozen(const L2Rib::HostAndSource& published, const Candidate& winner) const {
+    if (!mobility_.isFrozen(published.key()) || isStatic(winner.host.entryType())) return false;
+    const L2Rib::ObjTuple& next = published.host().next();
+    return std::any_of(claims_.begin(), claims_.end(), [&](const Candidate& claim) {
+        return claim.source == published.source() && claim.standing == Candidate::Standing::eligible &&
+               (next == L2Rib::ObjTuple() || next == claim.host.next());
+    });
 }
 
 void PolicySm::elect(const Bridging::MacVlanPair& key) {
-    const std::vector<Candidate> claims = candidates(key);
-    const Result result = Agent::elect(claims);
     L2Rib::HostAndSource before;
-    const bool present = output_->host(key, before);
+    const L2Rib::HostAndSource* published = output_->host(key, before) ? &before : nullptr;
+    collectClaims(key, published);
+    mobility_.conflictIs(key, haveConflict(claims_));
+    const Result result = Agent::elect(claims_);
     if (!result.winner) {
-        if (present) output_->hostDel(key);
-        return;
+        if (!published || isRemembered(published->source())) return;
+        output_->hostDel(key);
+        return mobility_.gone(key);
     }
+    if (published && staysFrozen(*published, *result.winner)) return;
     L2Rib::HostAndSource after(key);
     after.hostIs(result.winner->host);
     after.sourceIs(result.winner->source);
+    if (published && isSameRow(*published, after)) return;
     trace().log(8, [&] { return Quil::cat("host ", key, " goes to ", after.source(), " by ", stepName(result.step)); });
-    putRow(*output_, after);
+    output_->hostIs(after);
+    mobility_.published(published, after);
+}
+
+PolicySm::Explanation PolicySm::explain(const Bridging::MacVlanPair& key) {
+    L2Rib::HostAndSource row;
+    Explanation explanation;
+    if (output_->host(key, row)) explanation.published = row;
+    collectClaims(key, explanation.published ? &row : nullptr);
+    explanation.claims = claims_;
+    std::sort(explanation.claims.begin(), explanation.claims.end(),
+              [](const Candidate& a, const Candidate& b) { return compare(a, b).first < 0; });
+    return explanation;
 }
 
 }  // namespace Agent

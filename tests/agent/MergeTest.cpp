@@ -95,7 +95,7 @@ TEST_F(PolicySmTest, DisabledTheOutputStaysAsItIs) {
     orphan.sourceIs(sourceMlag);
     output->hostIs(orphan);
     log.take();
-    policy.sweepAll();
+    policy.takeOver(0);
     EXPECT_EQ(settled(), "gone;");
 }
 

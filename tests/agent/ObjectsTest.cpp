@@ -170,11 +170,16 @@ TEST_F(ObjectsTest, EachSourceHasObjectsOfItsOwnAndTakesThemAlong) {
     policy.sourceIs(sourceMlag, other);
     EXPECT_EQ(hostChain(1), "Dest 1:10.0.0.9");
     EXPECT_EQ(numRows(), 2u);
-    // While it fills its tables again, what they lack stands.
+    // While it fills its tables again, what they lack stands where nobody else has it.
+    Host alone(test::keyOf(2));
+    alone.nextIs(dest(1));
+    other.hosts->hostIs(alone);
+    EXPECT_EQ(hostChain(2), "Dest 1:10.0.0.9");
     policy.isWholeIs(sourceMlag, false);
     other.hosts->hostDelAll();
     other.objects.dests->destDelAll();
-    EXPECT_EQ(hostChain(1), "Dest 1:10.0.0.9");
+    EXPECT_EQ(hostChain(1), "Dest 1:10.0.0.1");
+    EXPECT_EQ(hostChain(2), "Dest 1:10.0.0.9");
     policy.isWholeIs(sourceMlag, true);
     EXPECT_EQ(hostChain(1), "Dest 1:10.0.0.1");
     EXPECT_EQ(numRows(), 1u);
@@ -187,22 +192,59 @@ TEST_F(ObjectsTest, EachSourceHasObjectsOfItsOwnAndTakesThemAlong) {
     EXPECT_EQ(numRows(), 1u);
 }
 
-// Rows that an earlier process left: their hosts get objects with fresh identifiers, and then they go.
-TEST_F(ObjectsTest, WhatAnEarlierProcessLeftIsReplaced) {
-    objects.dests()->destIs(DestAndSource(DestId(7)));
-    HostAndSource left(test::keyOf(1));
-    Host host(test::keyOf(1));
-    host.nextIs(dest(7));
-    left.hostIs(host);
-    left.sourceIs(sourceBgp);
-    output->hostIs(left);
-    objects.takeOver();
-    policy.sweepAll();
-    destIs(1);
-    hostIs(1, dest(1));
-    EXPECT_EQ(hostChain(1), "Dest 1:10.0.0.1");
-    EXPECT_EQ(output->host(test::keyOf(1)).host().next(), dest(8));
-    EXPECT_EQ(numRows(), 1u);
+// A restart of the agent: every object that is still there keeps its tuple, no host is told of anything, no identifier
+// is used again; what has gone goes when all that were here are back.
+TEST_F(ObjectsTest, WhatAnEarlierProcessLeftIsTakenOver) {
+    for (std::uint64_t d = 1; d < 4; ++d) destIs(d);
+    lbIs(7, {dest(1), label(2)});
+    labelIs(2, dest(2));
+    hostIs(1, lb(7));
+    hostIs(2, dest(3));
+    hostIs(3, lb(9));
+    lbIs(9, {dest(1)});
+    EXPECT_EQ(hostChain(3), "LB 9{Dest 1:10.0.0.1}");
+    const auto nextOf = [](const auto& table, std::uint32_t n) { return table->host(test::keyOf(n)).host().next(); };
+
+    for (const bool isBack : {true, false}) {
+        Quil::Ptr<HostOutput> outputNow = hostOutputFactory("output");
+        Identifiers kept{.lb = 0, .label = 0, .dest = 0};
+        ObjectOutputs now(policySmStatusFactory("status"), [&](const Identifiers& ids) { kept = ids; });
+        for (const auto& row : objects.loadBalances()->records()) now.loadBalances()->recordIs(row);
+        for (const auto& row : objects.labels()->records()) now.labels()->recordIs(row);
+        for (const auto& row : objects.dests()->records()) now.dests()->recordIs(row);
+        // As if the process had died between giving this object a new tuple and removing the old one's row.
+        DestAndSource older(DestId(1000)), newer(DestId(1001));
+        older.sourceOtasIs({dest(3), sourceBgp});
+        newer.sourceOtasIs({dest(3), sourceBgp});
+        now.dests()->recordIs(older), now.dests()->recordIs(newer);
+        for (const auto& row : output->records()) outputNow->recordIs(row);
+        now.takeOver({.lb = 100, .label = 200, .dest = 300});
+        Counter told;
+        told.HostOutput::NotifieeConst::notifierIs(outputNow);
+        PolicySm again(clock, outputNow, now);
+        again.takeOver(sourceBgp);
+        again.settle();
+        EXPECT_EQ(told.hosts, 0);
+        if (isBack) {
+            hostIs(3, lb(8));
+            tables.objects.loadBalances->lbDel(LoadBalanceId(9));
+            lbIs(8, {dest(1)});
+            again.sourceIs(sourceBgp, tables);
+            again.settle();
+            EXPECT_EQ(nextOf(outputNow, 1), nextOf(output, 1));
+            EXPECT_EQ(nextOf(outputNow, 2), dest(1001));
+            EXPECT_EQ(nextOf(outputNow, 3), lb(100));  // not one that was reserved before
+            EXPECT_EQ(kept.lb, 100u + 1024u);
+            EXPECT_EQ(told.hosts, 2);
+            EXPECT_FALSE(now.dests()->dest(DestId(1000), older));
+        } else {
+            again.awaitedIs(0);
+            again.settle();
+            EXPECT_EQ(told.hosts, 3);
+            EXPECT_TRUE(now.dests()->records().begin() == now.dests()->records().end());
+        }
+        EXPECT_TRUE(again.isSettled());
+    }
 }
 
 // Against the plain reading of the tables: an object resolves when it does not lead back to itself and leads somewhere.

@@ -1,0 +1,83 @@
+// SourceInput: what one source claims: its host table, the objects that its hosts lead to, and the claims that come of
+// them.
+//
+// A host that comes home wins: when a local dynamic row appears or moves while another source has the host elsewhere at
+// sequence number s, its own becomes s + 1, unless it is higher already, until it moves again; that is what the output
+// carries, for others to be told. Rows that the table held when it was mounted have not just appeared: theirs count as
+// they are, or as the output has them, from before a restart of the agent.
+//
+// Threads   Event-loop thread.
+#pragma once
+
+#include <optional>
+#include <unordered_map>
+
+#include "L2Rib/HostInput.h"
+#include "agent/Elect.h"
+#include "agent/ObjectGraph.h"
+#include "agent/Quota.h"
+
+namespace Agent {
+
+struct InputTables {
+    Quil::Ptr<L2Rib::HostInput> hosts;
+    ObjectTables objects;
+};
+
+class SourceInput {
+ public:
+    using Key = Bridging::MacVlanPair;
+
+    // kick is called when there is something to do.
+    SourceInput(L2Rib::Source source, const InputTables& tables, const Policy& rules, ObjectOutputs& outputs,
+                const std::function<void()>& kick);
+
+    // Looks at one object, and hands the next host to elect; false when there is none.
+    template <class F>
+    bool step(F&& elect) {
+        const bool any = graph_.step();
+        return hosts_.step(elect) || any;
+    }
+    bool isSettled() const { return hosts_.isEmpty() && graph_.isSettled(); }
+    // The host is to be looked at again.
+    void mark(const Key& key) { hosts_.mark(key); }
+    // The rules are other ones.
+    void rulesChanged();
+
+    bool isWhole() const { return isWhole_; }
+    void isWholeIs(bool isWhole);
+
+    // The claim on the host; none when there is no row.
+    std::optional<Candidate> claim(const Key& key);
+    // The claim, a local dynamic one, while others stand at up to this sequence number (none: there are no others) and
+    // the output has this row (null: none) for the host.
+    void raise(Candidate& candidate, std::optional<std::uint32_t> remoteSeqNo, const L2Rib::HostAndSource* published);
+    // There is no row any more, and the output does not carry it on.
+    void forget(const Key& key);
+
+    std::size_t numWaiting() const { return graph_.numWaitingHosts(); }
+    std::size_t numRefused() const { return graph_.numRefused(); }
+    std::size_t numOverQuota() const { return quota_.numWaiting(); }
+
+ private:
+    // Where a local dynamic host is, and the sequence number that it took when it appeared there.
+    struct Stay {
+        L2Rib::CiDest place;
+        double since;
+        std::uint32_t seqNo;
+        bool isAt(const L2Rib::Host& host) const;
+    };
+    std::uint32_t seqNoOnArrival(const L2Rib::Host& host, std::optional<std::uint32_t> remoteSeqNo, bool isNew,
+                                 const L2Rib::HostAndSource* published) const;
+
+    const L2Rib::Source source_;
+    const Policy& rules_;
+    const Quil::Ptr<L2Rib::HostInput> table_;
+    std::unordered_map<Key, Stay, L2Rib::HashOf<Key>> stays_;
+    Quota quota_;
+    bool isWhole_ = true;
+    Backlog<L2Rib::HostInput> hosts_;
+    ObjectGraph graph_;
+};
+
+}  // namespace Agent
