@@ -54,6 +54,12 @@ void PolicySm::awaitedIs(std::uint32_t sources) {
     if ((before & ~sources) != 0) sweep(before & ~sources);
 }
 
+std::uint32_t PolicySm::sources() const {
+    std::uint32_t mask = awaited_;
+    for (const auto& [source, unused] : inputs_) mask |= source;
+    return mask;
+}
+
 const SourceInput* PolicySm::input(L2Rib::Source source) const {
     const auto found = inputs_.find(source);
     return found == inputs_.end() ? nullptr : found->second.get();

@@ -45,6 +45,8 @@ class PolicySm : Quil::Clock::NotifieeConst {
     void takeOver(std::uint32_t awaitedSources);
     void awaitedIs(std::uint32_t sources);
     std::uint32_t awaited() const { return awaited_; }
+    // Those that are merged, and those that are awaited.
+    std::uint32_t sources() const;
     // While it is disabled the output stays as it is; changes are collected.
     void enabledIs(bool enabled);
     bool enabled() const { return enabled_; }

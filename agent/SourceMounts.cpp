@@ -5,8 +5,8 @@
 namespace Agent {
 
 SourceMounts::SourceMounts(Corestore::EntityManager& em, const Quil::Ptr<L2Rib::AgentSourceDir>& sources,
-                           PolicySm& policy, FloodMerge& floods, Report report)
-    : em_(em), policy_(policy), floods_(floods), report_(std::move(report)) {
+                           PolicySm& policy, FloodMerge& floods, Report report, std::function<void()> onChange)
+    : em_(em), policy_(policy), floods_(floods), report_(std::move(report)), onChange_(std::move(onChange)) {
     notifierIs(sources);
     for (const auto& [name, unused] : sources->source()) follow(name);
 }
@@ -55,6 +55,7 @@ void SourceMounts::mount(Follower& follower) {
     policy_.sourceIs(follower.source, tables);
     floods_.sourceIs(notifier()->source(entry.name()));
     report_(Quil::cat("source ", entry.name(), " is merged: ", entry.source()));
+    onChange_();
 }
 
 void SourceMounts::unmount(Follower& follower) {
@@ -63,6 +64,7 @@ void SourceMounts::unmount(Follower& follower) {
     floods_.sourceDel(follower.notifier()->name());
     unmountTables(follower);
     follower.source = L2Rib::sourceNone;
+    onChange_();
 }
 
 InputTables SourceMounts::mountTables(Follower& follower) {

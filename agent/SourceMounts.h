@@ -21,8 +21,10 @@ class SourceMounts : L2Rib::AgentSourceDir::NotifieeConst {
  public:
     using Report = std::function<void(const Quil::String&)>;
 
-    SourceMounts(Corestore::EntityManager& em, const Quil::Ptr<L2Rib::AgentSourceDir>& sources, PolicySm& policy,
-                 FloodMerge& floods, Report report);
+    // onChange is called when other sources are merged than before.
+    SourceMounts(
+        Corestore::EntityManager& em, const Quil::Ptr<L2Rib::AgentSourceDir>& sources, PolicySm& policy,
+        FloodMerge& floods, Report report, std::function<void()> onChange = [] {});
     ~SourceMounts() override;
 
  private:
@@ -59,6 +61,7 @@ class SourceMounts : L2Rib::AgentSourceDir::NotifieeConst {
     PolicySm& policy_;
     FloodMerge& floods_;
     const Report report_;
+    const std::function<void()> onChange_;
     std::map<Quil::Name, std::unique_ptr<Follower>> followers_;
 };
 

@@ -6,7 +6,6 @@
 
 #include "Corestore/EntityManager.h"
 #include "L2Rib/AgentStatus.h"
-#include "L2Rib/TableInfo.h"
 #include "Quil/AttrLogSource.h"
 #include "Quil/Trace.h"
 #include "SharedMem/FenixFile.h"
@@ -16,6 +15,7 @@
 #include "common/Program.h"
 #include "common/Signals.h"
 #include "l2ribd/ConfigFile.h"
+#include "l2ribd/Outputs.h"
 #include "l2ribd/PolicyFile.h"
 #include "producer/Producer.h"
 
@@ -27,6 +27,7 @@ struct Options {
     std::string root = "/dev/shm/l2rib";
     std::string fdb = "kernel";
     double hold = 30;
+    bool cold = false;
     std::string policy;  // file; empty: the defaults
     Producer::Options producer;
 };
@@ -47,7 +48,7 @@ class Agentd : L2Rib::Config::NotifieeConst {
     void run() {
         const Apps::EndSignals signals(loop_);
         const Apps::Signals reload(loop_, {SIGHUP}, [this] { reloadPolicy(); });
-        Apps::alwaysSaid({"Quil::AttrLog", "Fdb"}, say);
+        Apps::alwaysSaid({"Quil::AttrLog", "Fdb", "Mobility"}, say);
         // Before anything is announced that an agent at work would merge.
         if (SharedMem::FenixFile::writerLives(
                 Mem::pathUnder(options_.root, Quil::cat(Agent::Places::output, "/host/host")))) {
@@ -61,7 +62,7 @@ class Agentd : L2Rib::Config::NotifieeConst {
         }
         mountOutput();
         const Shown shown(*this);
-        const auto hosts = output_->hosts();
+        const auto hosts = outputs_.hosts()->hosts();
         say(Quil::cat("ready, ", std::distance(hosts.begin(), hosts.end()), " hosts under ", options_.root,
                       config_->agentEnabled() ? "" : "; the agent is disabled"));
         loop_.run();
@@ -95,22 +96,10 @@ class Agentd : L2Rib::Config::NotifieeConst {
     }
 
     // When the inputs are whole, and filled before the loop turns: a consumer that follows the output over a restart of
-    // the agent is told of what differs, not of an empty table in between. A disabled agent leaves it as it is.
+    // the agent is told of what differs, not of an empty table in between.
     void mountOutput() {
-        auto info = L2Rib::TableInfo().hostOutputInfo(QuilMemtab::writer);
-        info.keepOverRestart = !config_->agentEnabled();
-        readers_.mount(Agent::Places::output, output_, info);
-        const auto mount = [&](const auto& table, auto objectInfo) {
-            objectInfo.keepOverRestart = info.keepOverRestart;
-            readers_.mount(Agent::Places::output, table, objectInfo);
-        };
-        mount(objects_.loadBalances(), L2Rib::TableInfo().loadBalanceOutputInfo(QuilMemtab::writer));
-        mount(objects_.labels(), L2Rib::TableInfo().labelOutputInfo(QuilMemtab::writer));
-        mount(objects_.dests(), L2Rib::TableInfo().destOutputInfo(QuilMemtab::writer));
-        if (info.keepOverRestart) {
-            objects_.takeOver();
-            policy_.sweepAll();
-        }
+        const auto start = options_.cold ? Outputs::Start::cold : Outputs::Start::warm;
+        outputs_.mount(start, config_->agentEnabled(), policy_, options_.hold);
         apply();
         policy_.settle();
         floods_.settle();
@@ -146,16 +135,15 @@ class Agentd : L2Rib::Config::NotifieeConst {
     Corestore::EntityManager inputs_{loop_, options_.root, "l2ribd"};  // what the own producer writes
     Corestore::EntityManager readers_;                                 // the inputs as the merge reads them; the output
     const Quil::String directory_ = Mem::pathUnder(options_.root, Agent::Places::agent);
-    const Quil::Ptr<L2Rib::HostOutput> output_ = L2Rib::hostOutputFactory("host");
     const Quil::Ptr<L2Rib::FloodSetOutput> floodSets_ = L2Rib::floodSetOutputFactory("floodSets");
     const Quil::Ptr<L2Rib::AgentSourceDir> sources_ = L2Rib::agentSourceDirFactory("sources");
     const Quil::Ptr<L2Rib::PolicySmStatus> status_ = L2Rib::policySmStatusFactory("status");
     const Quil::Ptr<L2Rib::Config> config_ = L2Rib::configFactory("config");
     const ConfigFile file_{directory_};
-    Agent::ObjectOutputs objects_{status_};
-    Agent::PolicySm policy_{loop_.clock(), output_, objects_};
+    Outputs outputs_{readers_, directory_, status_, say};
+    Agent::PolicySm policy_{loop_.clock(), outputs_.hosts(), outputs_.objects()};
     Agent::FloodMerge floods_{loop_.clock(), floodSets_};
-    Agent::SourceMounts mounts_{readers_, sources_, policy_, floods_, say};
+    Agent::SourceMounts mounts_{readers_, sources_, policy_, floods_, say, [this] { outputs_.sourcesChanged(); }};
     Agent::SourceFinder finder_{loop_, options_.root, sources_, options_.hold, say};
 };
 
@@ -169,6 +157,7 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.add_option("--hold", options.hold, "seconds for which the hosts of a source that has died stand")
         ->capture_default_str();
+    app.add_flag("--cold", options.cold, "makes new output tables instead of going on with those that are there");
     app.add_option("--policy", options.policy, "a JSON file with preferences and the like; read again on SIGHUP");
     options.producer.addTo(app);
     return Apps::runProgram("l2ribd", app, argc, argv, [&] { Agentd(options).run(); });

@@ -4,10 +4,9 @@
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "Mem/InotifyWatcher.h"
+#include "common/JsonFile.h"
 #include "common/SourceJson.h"
 #include "fdb/JsonFdb.h"
 #include "producer/Producer.h"
@@ -27,16 +26,6 @@ Quil::Name nameOf(const fs::path& path) {
     }
     name = name.substr(0, 40);  // a source's name comes behind it
     return name.empty() || name[0] == '.' ? "file" : name;
-}
-
-Json readJson(const std::string& path) {
-    std::error_code error;
-    if (fs::exists(path, error) && !fs::is_regular_file(path, error)) throw Quil::RangeException("is no file");
-    std::ifstream file(path);
-    std::ostringstream text;
-    if (file) text << file.rdbuf();
-    if (!file.is_open() || file.bad()) throw Quil::RangeException("cannot be read");
-    return Apps::parseJson(text.str());
 }
 
 // What a file's rows are turned into; each kind of file has one.
@@ -151,7 +140,7 @@ class FileProducer : public Producer {
         options.settings();  // whatever the file holds, they must be right
         atFile([&] {
             stamp_ = stampOf();
-            const Json json = readJson(path_);
+            const Json json = Apps::readJson(path_);
             if (json.is_array()) {
                 rows_ = std::make_unique<FdbRows>(em, name_, options, names_, report_);
             } else if (json.is_object()) {
@@ -184,7 +173,7 @@ class FileProducer : public Producer {
         const Stamp stamp = stampOf();  // before it is read: what is written meanwhile is another change
         if (std::exchange(stamp_, stamp) == stamp) return;
         try {
-            atFile([&] { fill(readJson(path_)); });
+            atFile([&] { fill(Apps::readJson(path_)); });
         } catch (const std::exception& error) {
             report_(error.what());
         }

@@ -20,7 +20,8 @@ class ConsumerTest : public testing::Test {
     ConsumerTest() { agent(std::string(L2RIB_TEST_DATA) + "/fdb/bridge-fdb.json"); }
     void agent(const std::string& fdb) {
         daemon.reset();
-        daemon.emplace(std::vector<std::string>{"l2ribd", "--root", scratch.path(), "--fdb", fdb, "--vlan", "br0=10"});
+        daemon.emplace(std::vector<std::string>{"l2ribd", "--root", scratch.path(), "--fdb", fdb, "--vlan", "br0=10",
+                                                "--hold", "1"});
         daemon->readUntil("ready, ");
     }
     std::vector<std::string> consumer(std::vector<std::string> words) {

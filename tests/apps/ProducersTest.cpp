@@ -191,9 +191,14 @@ TEST_F(ProducersTest, ThePolicyIsReadAgainAsAWhole) {
     ASSERT_TRUE(becomes("10 mlag 10.0.0.3"));
     const std::pair<std::string, std::string> bad[] = {
         {"{", "is not JSON from byte 2 on"},
-        {R"({"preferences":{"bgp":0}})", "preferences.bgp: is 0, which is no preference"},
+        {R"({"preferences":{"bgp":0}})", "preferences.bgp: is not a number from 1 to 4294967295"},
         {R"({"preferences":{"nobody":1}})", "preferences.nobody: no source of this name"},
         {R"({"preferences":{"bgp":500},"ownVtep":"here"})", "ownVtep: 'here' is not an IP address"},
+        {R"({"quotas":{"bgp":0}})", "quotas.bgp: is not a number from 1 to 4294967295"},
+        {R"({"duplicates":{"moves":1}})", "duplicates.moves: is not a number from 2 to 1000"},
+        {R"({"duplicates":{"action":"stop"}})", "duplicates.action: is neither warn nor freeze"},
+        {R"({"duplicates":{"recovery":30}})", "duplicates.recovery: is for freeze only"},
+        {R"({"duplicates":{"action":"freeze","recovery":29}})", "duplicates.recovery: is not a number from 30 to 3600"},
         {R"({"own":1})", "own: is not known here"}};
     for (const auto& [text, what] : bad) {
         write("rules.json", text);
@@ -320,6 +325,58 @@ TEST_F(ProducersTest, WhatAFileSaysIsShownAndDumpedAsItStands) {
     auto again = producer(write("again.json", output.second));
     for (int i = 0; i < 100 && json({"host", "show"})["total"] != 4; ++i) usleep(50000);
     EXPECT_EQ(json({"host", "show"})["total"], 4);
+}
+
+// The output's rows byte for byte, identifiers included, and the incarnation of their table.
+TEST_F(ProducersTest, AnAgentGoesOnWithTheTablesOfTheOneBeforeUnlessItCannot) {
+    const auto outputs = [&] { return tool({"table", "dump", "l2rib/output"}).second; };
+    const auto incarnation = [&] {
+        std::ifstream file(scratch.path() + "/l2rib/output/lb/lb/fenix", std::ios::binary);
+        std::string bytes{std::istreambuf_iterator<char>(file), {}};
+        return bytes.substr(8, 8);
+    };
+    auto lab = producer(write("lab.json", everything));
+    auto vxlan = producer(write("vxlan.json", sourceOf("vxlan-static", {40}, 0)));
+    auto daemon = agent();
+    const std::string before = outputs(), first = incarnation();
+    EXPECT_NE(before.find("\"vlan\":40"), std::string::npos);
+    daemon->kill(SIGKILL);
+    daemon->wait();
+    vxlan->kill(SIGTERM);
+    vxlan->wait();
+    daemon = start({"l2ribd", "--fdb", "none", "--hold", "2"}, "goes on with the output tables");
+    daemon->readUntil("ready, 5 hosts");
+    EXPECT_EQ(outputs(), before);
+    EXPECT_EQ(incarnation(), first);
+    daemon->readUntil("not back after a restart of the agent: vxlan-static");
+    EXPECT_TRUE(becomes("10 bgp-evpn-mpls , 10 bgp-evpn-mpls , 20 bgp-evpn-mpls , 30 bgp-evpn-mpls 10.0.0.2"));
+    const std::string without = outputs();
+
+    // One table is damaged: it is made anew, and the others are right beside it.
+    daemon->kill(SIGTERM);
+    daemon->wait();
+    std::ofstream(scratch.path() + "/l2rib/output/lb/lb/slots") << "nonsense";
+    daemon = start({"l2ribd", "--fdb", "none"}, "the table l2rib/output/lb/lb was damaged: it is made anew");
+    daemon->readUntil("ready, 4 hosts");
+    EXPECT_NE(incarnation(), first);
+    const Json healed = Json::parse(outputs())["sources"][0], was = Json::parse(without)["sources"][0];
+    EXPECT_EQ(healed["dests"], was["dests"]);
+    EXPECT_EQ(healed["hosts"][0]["next"]["id"], healed["loadBalances"][0]["id"]);
+    EXPECT_GT(healed["loadBalances"][0]["id"], was["loadBalances"][0]["id"]);
+
+    // What was known is lost, or is not wanted: all of it is new.
+    for (const bool isLost : {true, false}) {
+        const std::string last = incarnation();
+        daemon->kill(SIGKILL);
+        daemon->wait();
+        if (isLost) std::ofstream(scratch.path() + "/l2rib/agent/state.json") << R"({"reserved":{"label":1}})";
+        std::vector<std::string> words{"l2ribd", "--fdb", "none"};
+        if (!isLost) words.push_back("--cold");
+        daemon = start(words, isLost ? "state.json: reserved.loadBalance: is missing" : "ready");
+        if (isLost) daemon->readUntil("ready, 4 hosts");
+        EXPECT_NE(incarnation(), last);
+        EXPECT_EQ(Json::parse(outputs())["sources"][0]["loadBalances"][0]["id"], 1);
+    }
 }
 
 TEST_F(ProducersTest, WhatIsWrongWithAFileIsOneLine) {

@@ -1,0 +1,81 @@
+#include "l2ribd/Outputs.h"
+
+#include "L2Rib/TableInfo.h"
+#include "SharedMem/FenixFile.h"
+#include "agent/Places.h"
+#include "common/Names.h"
+
+Outputs::Outputs(Corestore::EntityManager& em, const Quil::String& directory,
+                 const Quil::Ptr<L2Rib::PolicySmStatus>& status, Report report)
+    : NotifieeConst(em.loop().clock()),
+      em_(em),
+      file_(directory),
+      report_(std::move(report)),
+      objects_(status, [this](const Agent::Identifiers& reserved) {
+          AgentState wanted = state_;
+          wanted.reserved = reserved;
+          file_.write(wanted);
+          state_ = wanted;
+      }) {}
+
+void Outputs::mount(Start start, bool isEnabled, Agent::PolicySm& policy, Quil::Seconds hold) {
+    bool isKnown = false;
+    try {
+        const auto before = file_.read();
+        isKnown = before.has_value();
+        state_ = before.value_or(AgentState());
+    } catch (const Quil::RangeException& error) {
+        report_(error.what());
+    }
+    const bool keeps = (start == Start::warm && isKnown) || !isEnabled;
+    const bool isWarm = mountAll(keeps);
+    policy_ = &policy;
+    if (keeps) objects_.takeOver(state_.reserved);
+    policy.takeOver(isWarm ? state_.sources : 0);
+    if (isWarm) report_("goes on with the output tables that are there");
+    if (policy.awaited() != 0) wakeupTimeIs(clock().now() + hold);
+    state_.sources = policy.sources();
+    file_.write(state_);
+}
+
+// Whether all were kept. Each that is damaged, or not there, is made anew; the merge puts right what the others say of
+// it.
+bool Outputs::mountAll(bool keeps) {
+    bool areKept = keeps;
+    const auto mount = [&](const auto& table, auto info) {
+        using Table = std::decay_t<decltype(*table)>;
+        const Quil::String name = Quil::cat(Agent::Places::output, "/", table->name(), "/", Table::fwkCollection);
+        const Quil::String directory = Mem::pathUnder(em_.root(), name);
+        const auto before = SharedMem::FenixFile::read(directory);
+        info.keepOverRestart = keeps;
+        em_.mount(Agent::Places::output, table, info);
+        const bool isKept = SharedMem::FenixFile::read(directory) == before;
+        if (keeps && before != 0 && !isKept) report_(Quil::cat("the table ", name, " was damaged: it is made anew"));
+        areKept = areKept && isKept;
+    };
+    using QuilMemtab::writer;
+    mount(hosts_, L2Rib::TableInfo().hostOutputInfo(writer));
+    mount(objects_.loadBalances(), L2Rib::TableInfo().loadBalanceOutputInfo(writer));
+    mount(objects_.labels(), L2Rib::TableInfo().labelOutputInfo(writer));
+    mount(objects_.dests(), L2Rib::TableInfo().destOutputInfo(writer));
+    return areKept;
+}
+
+void Outputs::onTime() {
+    if (const std::uint32_t away = policy_->awaited(); away != 0) {
+        report_(Quil::cat("not back after a restart of the agent: ", Apps::sourceNames(away),
+                          "; what they said is withdrawn"));
+        policy_->awaitedIs(0);
+    }
+    sourcesChanged();
+}
+
+void Outputs::sourcesChanged() {
+    if (!policy_ || state_.sources == policy_->sources()) return;
+    state_.sources = policy_->sources();
+    try {
+        file_.write(state_);
+    } catch (const Quil::Exception& error) {
+        report_(Quil::cat("which sources there are is not kept over a restart: ", error.what()));
+    }
+}

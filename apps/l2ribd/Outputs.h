@@ -1,0 +1,41 @@
+// Outputs: the agent's four output tables, and how a new agent comes by them.
+//
+// Warm, it takes the tables that the one before it left, and goes on: readers notice nothing but what has changed. What
+// sources that are not back yet have won stands for the hold time. Cold, or where nothing is known of the tables, it
+// makes new ones: readers mount again and are told what differs.
+#pragma once
+
+#include "Corestore/EntityManager.h"
+#include "agent/PolicySm.h"
+#include "l2ribd/StateFile.h"
+
+class Outputs : Quil::Clock::NotifieeConst {
+ public:
+    using Report = std::function<void(const Quil::String&)>;
+    enum class Start { warm, cold };
+
+    // directory: where the state is kept.
+    Outputs(Corestore::EntityManager& em, const Quil::String& directory, const Quil::Ptr<L2Rib::PolicySmStatus>& status,
+            Report report);
+    ~Outputs() override = default;
+
+    const Quil::Ptr<L2Rib::HostOutput>& hosts() const { return hosts_; }
+    Agent::ObjectOutputs& objects() { return objects_; }
+
+    // isEnabled: whether the merge is; while it is not, tables are never made anew.
+    void mount(Start start, bool isEnabled, Agent::PolicySm& policy, Quil::Seconds hold);
+    // Other sources are merged now.
+    void sourcesChanged();
+
+ private:
+    void onTime() override;  // the hold time is over
+    bool mountAll(bool keeps);
+
+    Corestore::EntityManager& em_;
+    const StateFile file_;
+    const Report report_;
+    AgentState state_;
+    const Quil::Ptr<L2Rib::HostOutput> hosts_ = L2Rib::hostOutputFactory("host");
+    Agent::ObjectOutputs objects_;
+    Agent::PolicySm* policy_ = nullptr;  // once they are mounted
+};
