@@ -3,7 +3,7 @@
 //   l2rib/input/NAME/           a source's directory: its tables, and the socket on which it shows its SourceDirEntry
 //   l2rib/output/               the merged tables
 //   l2rib/agent/                the sockets on which the agent shows the merged directory, flood sets, status and
-//                               configuration
+//                               configuration, and answers questions
 #pragma once
 
 namespace Agent::Places {
@@ -18,5 +18,6 @@ constexpr const char* sources = "sources";       // sockets of the agent: AgentS
 constexpr const char* floodSets = "flood-sets";  // FloodSetOutput
 constexpr const char* status = "status";         // PolicySmStatus
 constexpr const char* config = "config";         // Config
+constexpr const char* questions = "ask";         // what it is asked, and answers
 
 }  // namespace Agent::Places

@@ -66,8 +66,12 @@ class PolicySm : Quil::Clock::NotifieeConst {
     };
     Explanation explain(const Bridging::MacVlanPair& key);
     Mobility& mobility() { return mobility_; }
-    const Policy& policy() const { return rules_; }
+    const Mobility& mobility() const { return mobility_; }
     const SourceInput* input(L2Rib::Source source) const;  // null: none of it is merged
+    template <class F>
+    void forEachInput(F&& visit) const {
+        for (const auto& [source, input] : inputs_) visit(source, *input);
+    }
 
  private:
     static constexpr Quil::Seconds retry = 1;

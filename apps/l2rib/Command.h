@@ -18,6 +18,7 @@ struct Options {
     std::string root = "/dev/shm/l2rib";
     bool json = false;
     bool current = false;            // monitor: begin with what is there
+    bool details = false;            // lb, label, dest: the hosts that use each
     std::vector<std::string> words;  // after object and verb: selectors and their values
 };
 
@@ -28,6 +29,8 @@ struct HostTable {
     Quil::Ptr<L2Rib::HostOutput> hosts = L2Rib::hostOutputFactory("host");
 
     explicit HostTable(const std::string& root) : em(loop, root, "l2rib") {}
+    // Raises SystemException when there is no table.
+    void mountReadable();
     void mount() { em.mount("l2rib/output", hosts, L2Rib::TableInfo().hostOutputInfo(QuilMemtab::reader)); }
 };
 
@@ -39,6 +42,11 @@ void flushOutput();
 
 int hostShow(const Options& options);
 int hostMonitor(const Options& options);
+int hostExplain(const Options& options);
+int hostClear(const Options& options);
+int lbShow(const Options& options);
+int labelShow(const Options& options);
+int destShow(const Options& options);
 int tableCheck(const Options& options);
 int tableShow(const Options& options);
 int tableDump(const Options& options);

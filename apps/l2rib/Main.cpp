@@ -12,16 +12,22 @@ struct Command {
     const char* verb;
     int (*run)(const Tool::Options&);
 };
-constexpr Command commands[] = {{"host", "show", &Tool::hostShow},     {"host", "monitor", &Tool::hostMonitor},
-                                {"table", "check", &Tool::tableCheck}, {"table", "show", &Tool::tableShow},
-                                {"table", "dump", &Tool::tableDump},   {"reader", "show", &Tool::readerShow},
-                                {"source", "show", &Tool::sourceShow}, {"flood", "show", &Tool::floodShow},
-                                {"status", "show", &Tool::statusShow}, {"config", "set", &Tool::configSet}};
+constexpr Command commands[] = {{"host", "show", &Tool::hostShow},       {"host", "monitor", &Tool::hostMonitor},
+                                {"host", "explain", &Tool::hostExplain}, {"host", "clear", &Tool::hostClear},
+                                {"lb", "show", &Tool::lbShow},           {"label", "show", &Tool::labelShow},
+                                {"dest", "show", &Tool::destShow},       {"table", "check", &Tool::tableCheck},
+                                {"table", "show", &Tool::tableShow},     {"table", "dump", &Tool::tableDump},
+                                {"reader", "show", &Tool::readerShow},   {"source", "show", &Tool::sourceShow},
+                                {"flood", "show", &Tool::floodShow},     {"status", "show", &Tool::statusShow},
+                                {"config", "set", &Tool::configSet}};
 
 const char* const usage =
     "l2rib [options] OBJECT VERB [SELECTOR VALUE]...\n"
     "  host show     [vlan N] [mac M] [source S]   the hosts of the output table\n"
     "  host monitor  [vlan N] [mac M] [source S]   every change, as it happens; --current begins with what is there\n"
+    "  host explain  vlan N mac M                  who claims the host, who won at which step, and where it has been\n"
+    "  host clear    [vlan N mac M]                a duplicate address is one no more; without a host: all of them\n"
+    "  lb|label|dest show                          the objects of the output; -d with the hosts that use each\n"
     "  table check   [NAME]...                     whether the files of tables hang together, without a writer\n"
     "  table show    [NAME]...                     what their headers say: sizes, counts, queue\n"
     "  table dump    [NAME]...                     their rows, as the JSON that l2rib-source file reads\n"
@@ -43,6 +49,12 @@ void Tool::requireNoWords(const Options& options) {
     if (!options.words.empty()) throw Quil::RangeException("is not expected here", options.words[0]);
 }
 
+void Tool::HostTable::mountReadable() {
+    mount();
+    const auto& map = hosts->hostControl();
+    if (!map.isReadable()) throw Quil::SystemException(Quil::cat("no table ", map.name(), " under ", em.root()));
+}
+
 void Tool::flushOutput() {
     if (std::fflush(stdout) != 0 || !std::cout.flush()) {
         throw Quil::SystemException("standard output cannot be written");
@@ -55,6 +67,7 @@ int main(int argc, char** argv) {
     CLI::App app{usage};
     app.add_option("--root", options.root, "directory of the shared-memory tables")->capture_default_str();
     app.add_flag("-j,--json", options.json, "print JSON");
+    app.add_flag("-d,--details", options.details, "lb, label, dest: with the hosts that use each");
     app.add_flag("--current", options.current, "monitor: begin with the hosts there are");
     app.add_option("words", words, "OBJECT VERB [SELECTOR VALUE]...");
     try {

@@ -27,6 +27,11 @@ Selectors::Selectors(const std::vector<std::string>& words, const std::vector<st
     }
 }
 
+Bridging::MacVlanPair Selectors::host() const {
+    if (!vlan_ || !mac_) throw Quil::RangeException("vlan and mac are both needed");
+    return {*mac_, *vlan_};
+}
+
 bool Selectors::match(const Bridging::VlanId& vlanId, const Lanx::EthAddr& mac) const {
     return (!vlan_ || *vlan_ == vlanId) && (!mac_ || *mac_ == mac);
 }

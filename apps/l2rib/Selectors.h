@@ -14,6 +14,8 @@ class Selectors {
     // known: the selectors that the command takes. Raises RangeException, naming the selector and its value.
     explicit Selectors(const std::vector<std::string>& words,
                        const std::vector<std::string>& known = {"vlan", "mac", "source"});
+    // The host that is selected; raises RangeException when VLAN or MAC are missing.
+    Bridging::MacVlanPair host() const;
     bool match(const Bridging::VlanId& vlanId, const Lanx::EthAddr& mac) const;
     bool match(const L2Rib::HostAndSource& record) const;
 

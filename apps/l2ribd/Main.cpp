@@ -14,6 +14,7 @@
 #include "agent/SourceMounts.h"
 #include "common/Program.h"
 #include "common/Signals.h"
+#include "l2ribd/Answers.h"
 #include "l2ribd/ConfigFile.h"
 #include "l2ribd/Outputs.h"
 #include "l2ribd/PolicyFile.h"
@@ -75,11 +76,13 @@ class Agentd : L2Rib::Config::NotifieeConst {
     // What other processes see of the agent beside the output table. Not before that is mounted: only one agent can.
     struct Shown {
         Quil::AttrLogSource sources, floodSets, status, config;
+        Apps::AnswerSocket questions;
         explicit Shown(Agentd& a)
             : sources(a.loop_, a.directory_, Agent::Places::sources, a.sources_),
               floodSets(a.loop_, a.directory_, Agent::Places::floodSets, a.floodSets_),
               status(a.loop_, a.directory_, Agent::Places::status, a.status_),
-              config(a.loop_, a.directory_, Agent::Places::config, a.config_, Quil::AttrLogSource::writable) {}
+              config(a.loop_, a.directory_, Agent::Places::config, a.config_, Quil::AttrLogSource::writable),
+              questions(a.loop_, a.directory_, Agent::Places::questions, Answers(a.policy_)) {}
     };
 
     std::unique_ptr<Producer::Producer> startProducer() {

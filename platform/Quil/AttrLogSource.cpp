@@ -221,38 +221,12 @@ class AttrLogSource::Peer : EntityObserver, Clock::NotifieeConst {
 
 AttrLogSource::AttrLogSource(EventLoop& loop, const String& directory, const String& name, Ptr<Entity> root,
                              Access access)
-    : NotifieeConst(loop.clock()),
-      loop_(loop),
+    : loop_(loop),
       root_(std::move(root)),
       access_(access),
-      socket_(LocalSocket::listen(directory, name.c_str(), SOCK_STREAM)) {
-    watch();
-}
+      listener_(loop, directory, name, SOCK_STREAM,
+                [this](FileDescriptor fd) { peers_.push_back(std::make_unique<Peer>(*this, std::move(fd))); }) {}
 
 AttrLogSource::~AttrLogSource() = default;
-
-void AttrLogSource::watch() {
-    try {
-        watch_ = std::make_unique<EventLoop::Watch>(loop_, socket_.get(), [this] { accept(); });
-    } catch (const SystemException&) {
-        wakeupTimeIs(clock().now() + pause);
-    }
-}
-
-void AttrLogSource::accept() {
-    FileDescriptor fd(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!fd) {
-        // Descriptors may have run out: the connection waits in the backlog, and would wake the loop all the while.
-        watch_.reset();
-        return wakeupTimeIs(clock().now() + pause);
-    }
-    if (!LocalSocket::isTrusted(fd.get()))
-        return trace().log(3, [] { return String("a sink of another group is refused"); });
-    try {
-        peers_.push_back(std::make_unique<Peer>(*this, std::move(fd)));
-    } catch (const SystemException& error) {
-        trace().log(3, [&] { return cat("a sink is disconnected: ", error.what()); });
-    }
-}
 
 }  // namespace Quil

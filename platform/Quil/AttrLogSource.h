@@ -13,13 +13,12 @@
 #include <list>
 #include <memory>
 
-#include "Quil/EventLoop.h"
-#include "Quil/FileDescriptor.h"
+#include "Quil/LocalListener.h"
 #include "Quil/TypeRegistry.h"
 
 namespace Quil {
 
-class L2RIB_EXPORT AttrLogSource : Clock::NotifieeConst {
+class L2RIB_EXPORT AttrLogSource {
  public:
     // readOnly: sinks are shown the tree. writable: those of the same user, or of root, may also ask for scalars of the
     // root to be set (AttrLogSink::ask).
@@ -28,7 +27,7 @@ class L2RIB_EXPORT AttrLogSource : Clock::NotifieeConst {
     // Listens in the directory under this name; open to the owner and its group.
     AttrLogSource(EventLoop& loop, const String& directory, const String& name, Ptr<Entity> root,
                   Access access = readOnly);
-    ~AttrLogSource() override;
+    ~AttrLogSource();
     AttrLogSource(const AttrLogSource&) = delete;
     AttrLogSource& operator=(const AttrLogSource&) = delete;
 
@@ -36,17 +35,11 @@ class L2RIB_EXPORT AttrLogSource : Clock::NotifieeConst {
 
  private:
     class Peer;
-    static constexpr Seconds pause = 0.1;
-    void onTime() override { watch(); }
-    void watch();
-    void accept();
-
     EventLoop& loop_;
     const Ptr<Entity> root_;
     const Access access_;
-    FileDescriptor socket_;
-    std::unique_ptr<EventLoop::Watch> watch_;
     std::list<std::unique_ptr<Peer>> peers_;
+    const LocalListener listener_;
 };
 
 }  // namespace Quil

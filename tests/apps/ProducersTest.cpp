@@ -303,10 +303,11 @@ TEST_F(ProducersTest, WhatAFileSaysIsShownAndDumpedAsItStands) {
     EXPECT_EQ(sources["total"], 2);
     EXPECT_EQ(sources["rows"][0].dump(),
               R"({"destTable":{"length":1024,"path":"l2rib/input/evpn/dest/dest"},"floodVlans":[10],)"
-              R"("hostTable":{"length":16384,"path":"l2rib/input/evpn/host/host"},"initialized":true,)"
+              R"("hostTable":{"length":16384,"path":"l2rib/input/evpn/host/host"},"hostsOverQuota":0,)"
+              R"("hostsWaiting":0,"initialized":true,)"
               R"("labelTable":{"length":1024,"path":"l2rib/input/evpn/label/label"},)"
               R"("loadBalanceTable":{"length":1024,"path":"l2rib/input/evpn/lb/lb"},)"
-              R"("multiTable":true,"name":"evpn","source":"bgp-evpn-mpls"})");
+              R"("multiTable":true,"name":"evpn","objectsRefused":0,"source":"bgp-evpn-mpls"})");
     EXPECT_EQ(tool({"flood", "show", "vlan", "10"}),
               std::pair(0, std::string("VLAN  MAC                Type  Destinations\n"
                                        "  10  00:00:00:00:00:00  all   vtep 10.0.0.2, vtep 10.0.0.3\n"
@@ -325,6 +326,78 @@ TEST_F(ProducersTest, WhatAFileSaysIsShownAndDumpedAsItStands) {
     auto again = producer(write("again.json", output.second));
     for (int i = 0; i < 100 && json({"host", "show"})["total"] != 4; ++i) usleep(50000);
     EXPECT_EQ(json({"host", "show"})["total"], 4);
+}
+
+TEST_F(ProducersTest, WhyAHostIsWhereItIs) {
+    const auto bgpFile = [&](int seqNo) {
+        return write("bgp.json", R"({"source":"bgp","hosts":[
+            {"vlan":10,"mac":"02:aa:aa:aa:aa:01","seqNo":)" +
+                                     std::to_string(seqNo) + R"(,"next":{"table":"load-balance","id":7}},
+            {"vlan":10,"mac":"02:aa:aa:aa:aa:02","next":{"table":"label","id":1}},
+            {"vlan":10,"mac":"02:aa:aa:aa:aa:03","next":{"table":"label","id":9}}],
+            "loadBalances":[{"id":7,"next":[{"table":"label","id":1},null,{"table":"dest","id":2}]}],
+            "labels":[{"id":1,"label":100,"next":{"table":"dest","id":2}},{"id":9,"label":7,"next":{"table":"label","id":9}}],
+            "dests":[{"id":2,"type":"vtep","address":"10.0.0.3"}]})");
+    };
+    const auto portsFile = [&](int seqNo, const std::string& port) {
+        return write("ports.json", R"({"source":"local-dynamic","hosts":[
+            {"vlan":10,"mac":"02:aa:aa:aa:aa:01","seqNo":)" +
+                                       std::to_string(seqNo) + R"(,"ciDest":{"type":"interface","name":")" + port +
+                                       R"("}},
+            {"vlan":10,"mac":"02:aa:aa:aa:aa:02","preference":50,"entryType":"static","ciDest":{"type":"cpu"}}]})");
+    };
+    const auto explained = [&](int host) {
+        return tool({"host", "explain", "vlan", "10", "mac", "02:aa:aa:aa:aa:0" + std::to_string(host)});
+    };
+    auto daemon = start({"l2ribd", "--fdb", "none", "--policy",
+                         write("rules.json", R"({"duplicates":{"moves":2,"action":"freeze"},"ownVtep":"10.0.0.9"})")},
+                        "ready, ");
+    auto bgp = producer(bgpFile(8)), ports = producer(portsFile(7, "p1"));
+    ASSERT_TRUE(becomes("10 bgp , 10 bgp "));
+    const std::string lb = "lb 1 {100 > 10.0.0.3, -, 10.0.0.3}";
+    EXPECT_EQ(explained(1), std::pair(0,
+                                      "10/02:aa:aa:aa:aa:01  winner bgp: higher sequence\n"
+                                      "  1  bgp            pref 100  seq 8  " +
+                                          lb +
+                                          "  WINNER\n"
+                                          "  2  local-dynamic  pref 100  seq 7  p1" +
+                                          std::string(lb.size() - 2, ' ') + "  lost: sequence 7 < 8\n"));
+    EXPECT_EQ(explained(2),
+              std::pair(0, std::string("10/02:aa:aa:aa:aa:02  winner bgp: higher preference\n"
+                                       "  1  bgp            pref 100  seq 0  label 1 {100 > 10.0.0.3}  WINNER\n"
+                                       "  2  local-dynamic  pref  50  seq 0  cpu                       lost: "
+                                       "preference 50 < 100\n"
+                                       "  conflict: static and dynamic claims lead to different places\n")));
+    EXPECT_EQ(explained(3),
+              std::pair(0, std::string("10/02:aa:aa:aa:aa:03  no winner\n"
+                                       "  1  bgp  pref 100  seq 0  label 9  waits: its object leads nowhere\n")));
+    EXPECT_EQ(explained(4), std::pair(1, std::string("10/02:aa:aa:aa:aa:04  no claim\n")));
+    EXPECT_EQ(tool({"host", "explain", "vlan", "10"}),
+              std::pair(2, std::string("l2rib: host explain: vlan and mac are both needed\n")));
+    EXPECT_EQ(tool({"lb", "show", "-d"}).second,
+              "Object                Leads to                       Hosts  Source\n"
+              "lb 1                  {100 > 10.0.0.3, -, 10.0.0.3}      1  bgp, its lb 7\n"
+              "  10/02:aa:aa:aa:aa:01\nTotal 1 group\n");
+    EXPECT_EQ(json({"dest", "show"})["rows"][0]["hosts"], 2);
+    const auto sources = json({"source", "show"})["rows"][0];
+    EXPECT_EQ(sources["hostsWaiting"].dump() + sources["objectsRefused"].dump(), "11");
+
+    portsFile(9, "p2");  // the second move comes with the next change
+    ASSERT_TRUE(becomes("10 local-dynamic , 10 bgp "));
+    bgpFile(12);
+    ASSERT_TRUE(becomes("10 bgp , 10 bgp "));
+    portsFile(20, "p3");
+    for (int i = 0; i < 100 && explained(1).second.find("seq 20") == std::string::npos; ++i) usleep(50000);
+    const std::string frozen = explained(1).second;
+    EXPECT_NE(frozen.find("winner local-dynamic: higher sequence"), std::string::npos) << frozen;
+    EXPECT_NE(frozen.find("duplicate, frozen: in the output it is " + lb + " (bgp)\n  moves 2: "), std::string::npos);
+    EXPECT_NE(frozen.find(" lb 1 -> p2 (local-dynamic), "), std::string::npos) << frozen;
+    EXPECT_EQ(json({"host", "show", "mac", "02:aa:aa:aa:aa:01"})["rows"][0]["flags"], "DF*");
+    EXPECT_EQ(json({"status", "show"})["duplicates"], 1);
+    EXPECT_EQ(tool({"host", "clear", "vlan", "10", "mac", "02:aa:aa:aa:aa:01"}).first, 0);
+    EXPECT_TRUE(becomes("10 local-dynamic , 10 bgp "));
+    daemon->kill(SIGSTOP);
+    EXPECT_NE(tool({"host", "show"}).second.find("; no agent answers"), std::string::npos);
 }
 
 // The output's rows byte for byte, identifiers included, and the incarnation of their table.
