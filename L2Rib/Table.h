@@ -15,6 +15,7 @@
 #include "Quil/Counter.h"
 #include "Quil/TypeRegistry.h"
 #include "QuilMemtab/QuilMemtabMap.h"
+#include "Verro/Hash.h"
 
 namespace L2Rib {
 
@@ -47,6 +48,8 @@ class Table : public Quil::Entity {
         explicit IteratorConst(Map& map) : map_(&map), valid_(map.first(entry_, hint_)) {}
         explicit operator bool() const { return valid_; }
         Key key() const { return entry_.fwkKey(); }
+        // Where it stands in the order that all tables of this key share; it ascends.
+        std::pair<std::uint32_t, Key> position() const { return {Verro::Util::reverse(key().hash()), key()}; }
         const Record& operator*() const { return entry_.value(); }
         const Record* operator->() const { return &entry_.value(); }
         IteratorConst& operator++() {
@@ -113,6 +116,8 @@ class Table : public Quil::Entity {
         return present;
     }
     Range records() const { return {map_}; }
+    // Who follows the table walks through what it holds now: of that it is not told, only of what changes after this.
+    void presentIsKnown() const { map_.presentIsKnown(); }
 
  protected:
     explicit Table(Quil::Name name)

@@ -78,6 +78,12 @@ class Follower {
     }
     // A key that was taken and could not be delivered.
     void putBack(const Key& key) { gone_.insert(key); }
+    // Nothing that is marked is to be delivered.
+    void unmark() {
+        for (const std::uint32_t slot : changed_) seen_[slot].marked = seen_[slot].queued = false;
+        changed_.clear();
+        gone_.clear();
+    }
     bool hasMarked() const { return !changed_.empty() || !gone_.empty(); }
 
  private:

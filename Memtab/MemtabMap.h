@@ -68,6 +68,11 @@ class MemtabMap : ReaderSm::Front {
     bool isReadable() const { return isOwn(mode_) || attached_; }
     // Of the mounted reader; detached when this map is none.
     ReaderSm::State readerState() const { return readerSm_ ? readerSm_->state() : ReaderSm::State::detached; }
+    // The caller, for all who follow the table, walks through what it holds now: of that they are not told, only of
+    // what changes after this.
+    void presentIsKnown() {
+        if (attached_) follower_.unmark();
+    }
     std::uint64_t corruptions() const { return corruptions_; }
 
     // Private memory under the present name: usable at once, seen by nobody else.

@@ -18,9 +18,12 @@ class Backlog : public Table::NotifieeBase {
     using Key = typename Table::Key;
 
     // kick is called when there is something to do.
-    Backlog(const Quil::Ptr<Table>& table, std::function<void()> kick)
-        : kick_(std::move(kick)), walk_(table->records().begin()) {
+    // The only one who follows the table.
+    Backlog(const Quil::Ptr<Table>& table, std::function<void()> kick) : kick_(std::move(kick)) {
         this->notifierIs(table);
+        table->presentIsKnown();
+        walk_ = table->records().begin();
+        isFirstWalk_ = bool(walk_);
     }
 
     bool isFirstWalk() const { return isFirstWalk_; }  // what the table held at first is not through yet
@@ -29,24 +32,31 @@ class Backlog : public Table::NotifieeBase {
         changed_.insert(key);
         kick_();
     }
-    // Calls handle(key) for the next one; false when there is none. A key stays while its handling throws.
+    // Calls handle(key) for the next one that changed; false when there is none. A key stays while its handling throws.
+    template <class F>
+    bool stepChanged(F&& handle) {
+        if (changed_.empty()) return false;
+        auto next = changed_.upper_bound(last_);
+        if (next == changed_.end()) next = changed_.begin();
+        last_ = *next;
+        handle(last_);
+        changed_.erase(last_);
+        return true;
+    }
+    // The same of those that it held, where none has changed.
     template <class F>
     bool step(F&& handle) {
-        if (!changed_.empty()) {
-            auto next = changed_.upper_bound(last_);
-            if (next == changed_.end()) next = changed_.begin();
-            last_ = *next;
-            handle(last_);
-            changed_.erase(last_);
-            return true;
-        }
-        if (!walk_) {
-            isFirstWalk_ = false;
-            return false;
-        }
+        if (stepChanged(handle)) return true;
+        if (!walk_) return false;
         handle(walk_.key());
-        ++walk_;
+        walkOn();
         return true;
+    }
+    // For who walks several tables at a time: where the walk stands, while it goes on.
+    const typename Table::IteratorConst& walk() const { return walk_; }
+    void walkOn() {
+        ++walk_;
+        if (!walk_) isFirstWalk_ = false;
     }
     void walkAgain() {
         walk_ = this->notifier()->records().begin();
@@ -61,7 +71,7 @@ class Backlog : public Table::NotifieeBase {
     std::set<Key> changed_;
     Key last_{};  // of the changed keys; the next one is behind it
     typename Table::IteratorConst walk_;
-    bool isFirstWalk_ = true;
+    bool isFirstWalk_ = false;
 };
 
 }  // namespace Agent

@@ -105,28 +105,61 @@ bool PolicySm::isSettled() const {
 }
 
 bool PolicySm::step() {
-    bool any = sweepStep();
-    for (const auto& [source, input] : inputs_) any = stepOf(source, *input) || any;
+    bool any = sweepStep() || walkStep();
+    for (const auto& [source, input] : inputs_) any = stepOf(*input) || any;
     return any || (awaited_ == 0 && objects_.removeDoomed());
 }
 
 bool PolicySm::sweepStep() {
     if (!sweep_) return false;
-    if (sweep_->source() & swept_) elect(sweep_.key());
+    if ((sweep_->source() & swept_) && !isStillWalkedTo(sweep_)) elect(sweep_.key());
     ++sweep_;
     if (!sweep_) swept_ = 0;
     return true;
 }
 
-// False as well when it was to no avail a moment ago.
-bool PolicySm::stepOf(L2Rib::Source source, Input& input) {
-    if (clock().now() < input.retryAt) return false;
+// Whether a walk comes to this host, which is elected then.
+bool PolicySm::isStillWalkedTo(const L2Rib::HostOutput::IteratorConst& at) const {
+    return std::any_of(inputs_.begin(), inputs_.end(), [&](const auto& item) {
+        const auto& walk = item.second->hosts().walk();
+        return walk && walk.position() <= at.position() && item.second->hasRow(at.key());
+    });
+}
+
+// Of all walks the ones that are least far, which stand on one host.
+bool PolicySm::walkStep() {
+    using Walk = L2Rib::HostInput::IteratorConst;
+    const Walk* first = nullptr;
+    for (const auto& [source, input] : inputs_) {
+        const Walk& walk = input->hosts().walk();
+        if (walk && (!first || walk.position() < first->position())) first = &walk;
+    }
+    if (!first) return false;
+    const Bridging::MacVlanPair key = first->key();
+    if (!attempt(walkRetryAt_, [&] { elect(key); })) return false;
+    for (const auto& [source, input] : inputs_) {
+        if (input->hosts().walk() && input->hosts().walk().key() == key) input->hosts().walkOn();
+    }
+    return true;
+}
+
+bool PolicySm::stepOf(Input& input) {
+    bool any = false;
+    attempt(input.retryAt, [&] { any = input.step([this](const auto& key) { elect(key); }); });
+    return any;
+}
+
+// False when it fails, and when it has failed a moment ago.
+template <class F>
+bool PolicySm::attempt(Quil::Seconds& retryAt, F&& run) {
+    if (clock().now() < retryAt) return false;
     try {
-        return input.step([this](const auto& key) { elect(key); });
+        run();
+        return true;
     } catch (const Quil::Exception& error) {
-        trace().log(1, [&] { return Quil::cat("the merge of ", source, " is held up: ", error.what()); });
-        input.retryAt = clock().now() + retry;
-        if (wakeupTime() > input.retryAt) wakeupTimeIs(input.retryAt);
+        trace().log(1, [&] { return Quil::cat("the merge is held up: ", error.what()); });
+        retryAt = clock().now() + retry;
+        if (wakeupTime() > retryAt) wakeupTimeIs(retryAt);
         return false;
     }
 }

@@ -3,7 +3,8 @@
 //
 // Changed keys are collected for each source and looked at in reviews, one object and one host of each source in turn,
 // so that a flood of one never starves another; a review takes at most the quantum and goes on in the next turn of the
-// loop.
+// loop. What tables held when they were mounted is walked through jointly, in the order that all tables share, so that
+// each host is elected once however many sources have it.
 //
 // A withdrawal is one update of the output, never a deletion and an insertion; a result that equals the stored
 // record byte for byte writes nothing. Objects that hosts still lead to are removed after the hosts have gone
@@ -85,8 +86,12 @@ class PolicySm : Quil::Clock::NotifieeConst {
     void kick();
     bool step();
     bool sweepStep();
+    bool walkStep();
+    bool isStillWalkedTo(const L2Rib::HostOutput::IteratorConst& at) const;
     void sweep(std::uint32_t sources);
-    bool stepOf(L2Rib::Source source, Input& input);
+    bool stepOf(Input& input);
+    template <class F>
+    bool attempt(Quil::Seconds& retryAt, F&& run);
     void lookAgain(const Bridging::MacVlanPair& key);
     void elect(const Bridging::MacVlanPair& key);
     void collectClaims(const Bridging::MacVlanPair& key, const L2Rib::HostAndSource* published);
@@ -101,6 +106,7 @@ class PolicySm : Quil::Clock::NotifieeConst {
     L2Rib::HostOutput::IteratorConst sweep_;
     Policy rules_;
     Mobility mobility_;
+    Quil::Seconds walkRetryAt_ = 0;
     std::vector<Candidate> claims_;  // on the host at hand
     bool enabled_ = true;
     Quil::Seconds quantum_ = 0.01;

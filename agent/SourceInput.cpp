@@ -1,7 +1,6 @@
 #include "agent/SourceInput.h"
 
 #include <cmath>
-#include <cstring>
 
 namespace Agent {
 namespace {
@@ -11,7 +10,11 @@ double moveTime(const L2Rib::Host& host) { return std::isnan(host.lastMoveTime()
 }  // namespace
 
 bool SourceInput::Stay::isAt(const L2Rib::Host& host) const {
-    return since == moveTime(host) && std::memcmp(&place, &host.ciDest(), sizeof place) == 0;
+    return since == moveTime(host) && intf == host.ciDest().intf() && destType == host.ciDest().destType();
+}
+
+SourceInput::Stay SourceInput::stayOf(const L2Rib::Host& host) {
+    return {host.ciDest().intf(), moveTime(host), host.ciDest().destType(), host.seqNo().value()};
 }
 
 SourceInput::SourceInput(L2Rib::Source source, const InputTables& tables, const Policy& rules, ObjectOutputs& outputs,
@@ -36,6 +39,11 @@ void SourceInput::isWholeIs(bool isWhole) {
     graph_.isWholeIs(isWhole);
 }
 
+bool SourceInput::hasRow(const Key& key) const {
+    L2Rib::Host host;
+    return table_->host(key, host);
+}
+
 std::optional<Candidate> SourceInput::claim(const Key& key) {
     using enum Candidate::Standing;
     L2Rib::Host host;
@@ -54,7 +62,8 @@ void SourceInput::raise(Candidate& candidate, std::optional<std::uint32_t> remot
     const auto [at, isNew] = stays_.try_emplace(host.key());
     Stay& stay = at->second;
     if (isNew || !stay.isAt(host)) {
-        stay = {host.ciDest(), moveTime(host), seqNoOnArrival(host, remoteSeqNo, isNew, published)};
+        stay = stayOf(host);
+        stay.seqNo = seqNoOnArrival(host, remoteSeqNo, isNew, published);
     }
     host.seqNoIs(Keel::Seqno32(std::max(stay.seqNo, host.seqNo().value())));
 }
@@ -64,7 +73,7 @@ std::uint32_t SourceInput::seqNoOnArrival(const L2Rib::Host& host, std::optional
     const std::uint32_t own = host.seqNo().value();
     if (isNew && published && published->source() == source_) {
         const L2Rib::Host& there = published->host();
-        if (Stay{there.ciDest(), moveTime(there), 0}.isAt(host)) return std::max(own, there.seqNo().value());
+        if (stayOf(there).isAt(host)) return std::max(own, there.seqNo().value());
     }
     const bool hasAppeared = remoteSeqNo && !hosts_.isFirstWalk() && *remoteSeqNo != 0xffffffffu;
     return hasAppeared ? std::max(own, *remoteSeqNo + 1) : own;

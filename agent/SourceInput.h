@@ -32,12 +32,14 @@ class SourceInput {
     SourceInput(L2Rib::Source source, const InputTables& tables, const Policy& rules, ObjectOutputs& outputs,
                 const std::function<void()>& kick);
 
-    // Looks at one object, and hands the next host to elect; false when there is none.
+    // Looks at one object, and hands the next host that has changed to elect; false when there is none.
     template <class F>
     bool step(F&& elect) {
         const bool any = graph_.step();
-        return hosts_.step(elect) || any;
+        return hosts_.stepChanged(elect) || any;
     }
+    // The hosts that the table held are walked through with those of other sources, in the order of the tables.
+    Backlog<L2Rib::HostInput>& hosts() { return hosts_; }
     bool isSettled() const { return hosts_.isEmpty() && graph_.isSettled(); }
     // The host is to be looked at again.
     void mark(const Key& key) { hosts_.mark(key); }
@@ -47,6 +49,7 @@ class SourceInput {
     bool isWhole() const { return isWhole_; }
     void isWholeIs(bool isWhole);
 
+    bool hasRow(const Key& key) const;
     // The claim on the host; none when there is no row.
     std::optional<Candidate> claim(const Key& key);
     // The claim, a local dynamic one, while others stand at up to this sequence number (none: there are no others) and
@@ -60,13 +63,16 @@ class SourceInput {
     std::size_t numOverQuota() const { return quota_.numWaiting(); }
 
  private:
-    // Where a local dynamic host is, and the sequence number that it took when it appeared there.
+    // Where a local dynamic host is, behind an interface or the CPU, and the sequence number that it took when it
+    // appeared there.
     struct Stay {
-        L2Rib::CiDest place;
+        Lanx::IntfId intf;
         double since;
+        L2Rib::DestType destType;
         std::uint32_t seqNo;
         bool isAt(const L2Rib::Host& host) const;
     };
+    static Stay stayOf(const L2Rib::Host& host);
     std::uint32_t seqNoOnArrival(const L2Rib::Host& host, std::optional<std::uint32_t> remoteSeqNo, bool isNew,
                                  const L2Rib::HostAndSource* published) const;
 

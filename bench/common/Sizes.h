@@ -8,8 +8,9 @@
 
 namespace bench {
 
-// The arguments, or 16384 131072 1048576 without any. Ends the program for one out of bounds.
-inline std::vector<std::uint32_t> sizesOf(const char* program, int argc, char** argv) {
+// The arguments, or the usual ones without any. Ends the program for one out of bounds.
+inline std::vector<std::uint32_t> sizesOf(const char* program, int argc, char** argv,
+                                          const std::vector<std::uint32_t>& usual = {16384, 131072, 1048576}) {
     constexpr long most = 1 << 24;
     std::vector<std::uint32_t> sizes;
     for (int i = 1; i < argc; ++i) {
@@ -20,8 +21,7 @@ inline std::vector<std::uint32_t> sizesOf(const char* program, int argc, char** 
         }
         sizes.push_back(static_cast<std::uint32_t>(size));
     }
-    if (sizes.empty()) sizes = {16384, 131072, 1048576};
-    return sizes;
+    return sizes.empty() ? usual : sizes;
 }
 
 }  // namespace bench
