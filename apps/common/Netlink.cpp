@@ -1,6 +1,7 @@
 #include "common/Netlink.h"
 
 #include <linux/if_link.h>
+#include <linux/nexthop.h>
 
 #include <cerrno>
 #include <vector>
@@ -13,7 +14,7 @@ void fail(const char* operation) {
     throw Quil::SystemException(Quil::cat("netlink: ", operation, ": ", std::strerror(errno)));
 }
 
-Socket open(unsigned groups) {
+Socket open(unsigned groups, const std::vector<int>& moreGroups) {
     constexpr int receiveBuffer = 16 << 20;  // bytes
     Socket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC));
     if (!socket) fail("socket");
@@ -22,6 +23,9 @@ Socket open(unsigned groups) {
         setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
     }
     if (mnl_socket_bind(socket.get(), groups, MNL_SOCKET_AUTOPID) != 0) fail("bind");
+    for (int group : moreGroups) {
+        mnl_socket_setsockopt(socket.get(), NETLINK_ADD_MEMBERSHIP, &group, sizeof group);
+    }
     return socket;
 }
 
@@ -59,6 +63,8 @@ bool dump(std::uint16_t type, std::uint8_t family, const Visit& visit) {
     request->nlmsg_seq = 1;
     if (type == RTM_GETLINK) {
         static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)))->ifi_family = family;
+    } else if (type == RTM_GETNEXTHOP) {
+        static_cast<nhmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(nhmsg)))->nh_family = family;
     } else {
         static_cast<ndmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ndmsg)))->ndm_family = family;
     }
@@ -77,6 +83,7 @@ bool dump(std::uint16_t type, std::uint8_t family, const Visit& visit) {
         }
         if (message->nlmsg_type == NLMSG_ERROR) {
             errno = errorIn(message);
+            if (errno == EOPNOTSUPP) return false;
             fail("dump");
         }
         visit(message);

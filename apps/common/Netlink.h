@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "Lanx/EthAddr.h"
 #include "Lanx/IpGenAddr.h"
@@ -26,9 +27,11 @@ struct Close {
     void operator()(mnl_socket* socket) const { mnl_socket_close(socket); }
 };
 using Socket = std::unique_ptr<mnl_socket, Close>;
-Socket open(unsigned groups);
+// groups: a mask of RTMGRP_*; moreGroups: numbers of RTNLGRP_* that the mask has no bit for, where the kernel has them.
+Socket open(unsigned groups, const std::vector<int>& moreGroups = {});
 
-// Everything of this type and family. False when it was interrupted: then some of it may be missing.
+// Everything of this type and family, or nothing where the kernel does not know the type. False when it was
+// interrupted: then some of it may be missing.
 using Visit = std::function<void(const nlmsghdr*)>;
 bool dump(std::uint16_t type, std::uint8_t family, const Visit& visit);
 

@@ -69,7 +69,42 @@ void Model::entryDel(const Entry& entry) {
     if (mac->second.entries.erase(placeOf(entry)) > 0) evaluate(entry.mac);
 }
 
+void Model::nextHopIs(NextHopId id, const NextHop& nextHop) {
+    const bool wasGroup = nextHops_.isGroup(id);
+    nextHops_.nextHopIs(id, nextHop);
+    if (wasGroup != nextHop.isGroup) evaluateUsersOf(id);
+}
+
+void Model::nextHopDel(NextHopId id) {
+    const bool wasGroup = nextHops_.isGroup(id);
+    nextHops_.nextHopDel(id);
+    if (wasGroup) forgetEntriesOf(id);
+}
+
+void Model::forgetEntriesOf(NextHopId group) {
+    for (auto& [mac, all] : macs_) {
+        std::erase_if(all.entries, [&](const auto& item) { return item.second.entry.nextHopGroup == group; });
+    }
+    evaluateAll();
+}
+
+void Model::evaluateUsersOf(NextHopId group) {
+    std::vector<Lanx::EthAddr> users;
+    for (const auto& [mac, all] : macs_) {
+        const bool uses = std::any_of(all.entries.begin(), all.entries.end(),
+                                      [&](const auto& item) { return item.second.entry.nextHopGroup == group; });
+        if (uses) users.push_back(mac);
+    }
+    for (const Lanx::EthAddr& mac : users) evaluate(mac);
+}
+
+void Model::dumpBegins() {
+    ++dump_;
+    nextHops_.dumpBegins();
+}
+
 void Model::dumpEnds() {
+    for (const NextHopId group : nextHops_.dumpEnds()) forgetEntriesOf(group);
     std::erase_if(links_, [&](const auto& item) { return linkDump_[item.first] != dump_; });
     std::erase_if(linkDump_, [&](const auto& item) { return item.second != dump_; });
     for (auto& [mac, all] : macs_) {
@@ -90,11 +125,12 @@ bool Model::isOwnAddress(const Entry& entry) const {
 }
 
 void Model::addHost(Found& found, L2Rib::Source source, Bridging::EntryType type, const Entry& entry,
-                    std::uint16_t vlan, const CiDest& dest) const {
+                    std::uint16_t vlan, const CiDest& dest, NextHopId group) const {
     if (vlan < Bridging::VlanId::min || vlan > Bridging::VlanId::max) return;
     L2Rib::Host host(MacVlanPair(entry.mac, Bridging::VlanId(vlan)));
     host.entryTypeIs(type);
     host.ciDestIs(dest);
+    if (group != 0) host.nextIs({L2Rib::ObjId(group), L2Rib::tableTypeLoadBalance});
     const bool isStatic = type != Bridging::entryTypeDynamic && type != Bridging::entryTypeRemote;
     if (isStatic) host.seqNoIs(Keel::Seqno32(L2Rib::Constants::seqNoForStaticMacs));
     // Two bridges may have the same MAC in the same VLAN; the one told first in the order of places stands.
@@ -122,7 +158,8 @@ bool Model::isHalfOfRemote(const Entry& entry, const PerMac& all) const {
     if (!link(entry.device).isVxlan) return false;
     if (!(entry.state & NUD_PERMANENT)) return true;
     return std::any_of(all.entries.begin(), all.entries.end(), [&](const auto& item) {
-        return item.first.isSelf && item.second.entry.device == entry.device && item.second.entry.dst;
+        return item.first.isSelf && item.second.entry.device == entry.device &&
+               (item.second.entry.dst || item.second.entry.nextHopGroup != 0);
     });
 }
 
@@ -192,16 +229,18 @@ void Model::addVxlanEntry(const Entry& entry, const PerMac& all, Found& found) c
     if (!link(entry.device).isVxlan) return;
     if ((entry.flags & NTF_EXT_LEARNED) && settings_.programmedDevices.contains(link(entry.device).name)) return;
     if (entry.mac.isZero()) return addFlood(entry, found);
-    if (entry.nextHopGroup != 0) {
+    const bool hasGroup = entry.nextHopGroup != 0;
+    if (hasGroup && !nextHops_.isGroup(entry.nextHopGroup)) {
         ++found.share.nextHopGroupEntries;
         return;
     }
     const auto origin = originOf(entry);
-    if (!entry.dst || !origin) return;
+    if ((!entry.dst && !hasGroup) || !origin) return;
     const auto vlans = vlansOfRemote(entry, all);
     if (vlans.empty()) ++found.share.staleRemotes;
     for (const std::uint16_t vlan : vlans) {
-        addHost(found, origin->first, origin->second, entry, vlan, vtepDest(*entry.dst));
+        addHost(found, origin->first, origin->second, entry, vlan, hasGroup ? CiDest() : vtepDest(*entry.dst),
+                entry.nextHopGroup);
     }
 }
 
@@ -224,21 +263,34 @@ void Model::evaluate(const Lanx::EthAddr& mac) {
 // What the sink throws leaves what it has not taken to be published next time.
 void Model::publishHosts(PerMac& all, Found& found) {
     auto& published = all.published;
+    const auto groupOf = [](const L2Rib::Host& host) { return static_cast<NextHopId>(host.next().objId().value()); };
     for (auto& [id, host] : found.hosts) {
         const auto old = published.find(id);
         const bool known = old != published.end();
-        const bool sameDest = known && Quil::valueToStrep(old->second.ciDest()) == Quil::valueToStrep(host.ciDest());
+        const bool isSamePlace = known && old->second.next() == host.next() &&
+                                 Quil::valueToStrep(old->second.ciDest()) == Quil::valueToStrep(host.ciDest());
         // When the host was first seen there.
-        host.lastMoveTimeIs(sameDest ? old->second.lastMoveTime() : clock_->now());
-        const bool sameHost = sameDest && old->second.entryType() == host.entryType();
-        if (!sameHost) sink_.hostIs(id.first, host);
+        host.lastMoveTimeIs(isSamePlace ? old->second.lastMoveTime() : clock_->now());
+        if (isSamePlace && old->second.entryType() == host.entryType()) continue;
+        // A group stands before its hosts, and as long as they do.
+        const NextHopId before = known ? groupOf(old->second) : 0, now = groupOf(host);
+        if (now != before && now != 0) nextHops_.use(id.first, now);
+        sink_.hostIs(id.first, host);
         published.insert_or_assign(id, host);
+        if (now != before && before != 0) nextHops_.release(id.first, before);
     }
     // What is new stands before what is old goes: a host that changes its source is never without one.
     for (auto at = published.begin(); at != published.end();) {
         const bool isGone = !found.hosts.contains(at->first);
-        if (isGone) sink_.hostDel(at->first.first, at->first.second);
-        at = isGone ? published.erase(at) : std::next(at);
+        if (!isGone) {
+            ++at;
+            continue;
+        }
+        const L2Rib::Source source = at->first.first;
+        const NextHopId group = groupOf(at->second);
+        sink_.hostDel(source, at->first.second);
+        at = published.erase(at);
+        if (group != 0) nextHops_.release(source, group);
     }
 }
 

@@ -14,7 +14,8 @@
 //   VXLAN, SELF, REACHABLE or STALE, no flags, DST             sourceLocalDynamic  remote         VTEP
 //   VXLAN, SELF, MAC zero, DST an IPv4 address                 a destination of the flood set of its VLAN, of the same
 //                                                              sources
-//   VXLAN, SELF, another MAC zero, or with a next-hop group    counted only
+//   as the four above, with a group of next hops for a DST     the same           the same       load-balance group
+//   VXLAN, SELF, another MAC zero, or with an unknown group    counted only
 //   locked; multicast MACs; SELF on other devices; EXT_LEARNED
 //   on a device that a consumer programs                       ignored
 //
@@ -32,6 +33,7 @@
 #include "L2Rib/Host.h"
 #include "L2Rib/Source.h"
 #include "Quil/Clock.h"
+#include "fdb/NextHops.h"
 
 namespace Fdb {
 
@@ -56,8 +58,7 @@ struct Entry {
     bool isSelf() const;
 };
 
-struct Sink {
-    virtual ~Sink() = default;
+struct Sink : GroupSink {
     virtual void hostIs(L2Rib::Source source, const L2Rib::Host& host) = 0;
     virtual void hostDel(L2Rib::Source source, const Bridging::MacVlanPair& key) = 0;
     // Unknown and broadcast traffic of the VLAN goes to this VTEP, too.
@@ -73,15 +74,15 @@ struct Settings {
 
 // How many entries stand at present that publish nothing.
 struct Statistics {
-    std::int64_t floodEntries = 0;  // without an IPv4 address, or of no source
-    std::int64_t nextHopGroupEntries = 0;
-    std::int64_t staleRemotes = 0;  // VXLAN halves whose host is on a port here
+    std::int64_t floodEntries = 0;         // without an IPv4 address, or of no source
+    std::int64_t nextHopGroupEntries = 0;  // of groups that are not known
+    std::int64_t staleRemotes = 0;         // VXLAN halves whose host is on a port here
 };
 
 class Model {
  public:
     Model(Settings settings, Quil::Ptr<Quil::Clock> clock, Sink& sink)
-        : settings_(std::move(settings)), clock_(std::move(clock)), sink_(sink) {}
+        : settings_(std::move(settings)), clock_(std::move(clock)), sink_(sink), nextHops_(sink) {}
 
     void linkIs(std::uint32_t index, const Link& link);
     // With the entries of the device. Permanent ones stay: the kernel hands them over to the bridge, or tells of their
@@ -89,8 +90,11 @@ class Model {
     void linkDel(std::uint32_t index);
     void entryIs(const Entry& entry);  // replaces the entry of the same place
     void entryDel(const Entry& entry);
+    void nextHopIs(NextHopId id, const NextHop& nextHop);
+    // With the entries that lead to it: the kernel removes them without a word.
+    void nextHopDel(NextHopId id);
     // Between the two, everything that is there is told again; what was not told is gone then.
-    void dumpBegins() { ++dump_; }
+    void dumpBegins();
     void dumpEnds();
 
     const Statistics& statistics() const { return statistics_; }
@@ -134,7 +138,9 @@ class Model {
     void addFlood(const Entry& entry, Found& found) const;
     std::vector<std::uint16_t> vlansOfRemote(const Entry& entry, const PerMac& all) const;
     void addHost(Found& found, L2Rib::Source source, Bridging::EntryType type, const Entry& entry, std::uint16_t vlan,
-                 const L2Rib::CiDest& dest) const;
+                 const L2Rib::CiDest& dest, NextHopId group = 0) const;
+    void evaluateUsersOf(NextHopId group);
+    void forgetEntriesOf(NextHopId group);
     void evaluate(const Lanx::EthAddr& mac);
     void publishHosts(PerMac& all, Found& found);
     void publishFloods(PerMac& all, const Found& found);
@@ -143,6 +149,7 @@ class Model {
     const Settings settings_;
     const Quil::Ptr<Quil::Clock> clock_;
     Sink& sink_;
+    NextHops nextHops_;
     std::map<std::uint32_t, Link> links_;
     std::map<std::uint32_t, std::uint64_t> linkDump_;  // in which each was last told
     std::map<Lanx::EthAddr, PerMac> macs_;

@@ -1,6 +1,7 @@
 #include "fdb/NetlinkFdb.h"
 
 #include <linux/if_link.h>
+#include <linux/nexthop.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -21,7 +22,7 @@ NetlinkFdb::NetlinkFdb(Quil::EventLoop& loop, Model& model, std::function<void()
       model_(model),
       onLinks_(std::move(onLinks)),
       onWhole_(std::move(onWhole)),
-      events_(Netlink::open(RTMGRP_NEIGH | RTMGRP_LINK)),
+      events_(Netlink::open(RTMGRP_NEIGH | RTMGRP_LINK, {RTNLGRP_NEXTHOP})),
       watch_(loop, mnl_socket_get_fd(events_.get()), [this] { receive(); }) {
     resync();
 }
@@ -85,6 +86,7 @@ void NetlinkFdb::resync() {
     const auto take = [this](const nlmsghdr* message) { handle(message); };
     bool whole = Netlink::dump(RTM_GETLINK, AF_UNSPEC, take);
     onLinks_();
+    whole = Netlink::dump(RTM_GETNEXTHOP, AF_UNSPEC, take) && whole;
     whole = Netlink::dump(RTM_GETNEIGH, AF_BRIDGE, take) && whole;
     if (whole) {
         model_.dumpEnds();
@@ -105,6 +107,10 @@ void NetlinkFdb::handle(const nlmsghdr* message) {
         case RTM_NEWNEIGH:
         case RTM_DELNEIGH:
             handleNeighbour(message);
+            break;
+        case RTM_NEWNEXTHOP:
+        case RTM_DELNEXTHOP:
+            handleNextHop(message);
             break;
         default:
             break;
@@ -152,6 +158,27 @@ void NetlinkFdb::handleNeighbour(const nlmsghdr* message) {
     entry.nextHopGroup = attributes.u32(NDA_NH_ID);
     entry.dst = Netlink::addressIn(attributes.at[NDA_DST]);
     message->nlmsg_type == RTM_NEWNEIGH ? model_.entryIs(entry) : model_.entryDel(entry);
+}
+
+void NetlinkFdb::handleNextHop(const nlmsghdr* message) {
+    if (mnl_nlmsg_get_payload_len(message) < sizeof(nhmsg)) return;
+    const Netlink::Attributes<NHA_FDB + 1> attributes(message, sizeof(nhmsg));
+    const NextHopId id = attributes.u32(NHA_ID);
+    if (message->nlmsg_type == RTM_DELNEXTHOP) return model_.nextHopDel(id);
+    if (!attributes.at[NHA_FDB]) return;  // of routes
+    NextHop nextHop;
+    nextHop.via = Netlink::addressIn(attributes.at[NHA_GATEWAY]);
+    if (const nlattr* group = attributes.at[NHA_GROUP]) {
+        nextHop.isGroup = true;
+        const auto* bytes = static_cast<const char*>(mnl_attr_get_payload(group));
+        for (std::size_t at = 0; at + sizeof(nexthop_grp) <= mnl_attr_get_payload_len(group);
+             at += sizeof(nexthop_grp)) {
+            nexthop_grp member;
+            std::memcpy(&member, bytes + at, sizeof member);
+            nextHop.members.push_back(member.id);
+        }
+    }
+    model_.nextHopIs(id, nextHop);
 }
 
 }  // namespace Fdb

@@ -38,6 +38,7 @@ class NetlinkFdb : Quil::Clock::NotifieeConst {
     void handle(const nlmsghdr* message);
     void handleLink(const nlmsghdr* message);
     void handleNeighbour(const nlmsghdr* message);
+    void handleNextHop(const nlmsghdr* message);
 
     Model& model_;
     const std::function<void()> onLinks_;

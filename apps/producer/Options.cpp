@@ -49,8 +49,8 @@ Fdb::Settings Options::settings() const {
 }
 
 Quil::String summaryOf(const Fdb::Statistics& s) {
-    return Quil::cat(s.floodEntries, " flood, ", s.nextHopGroupEntries, " with a next-hop group, ", s.staleRemotes,
-                     " stale remotes");
+    return Quil::cat(s.floodEntries, " flood, ", s.nextHopGroupEntries, " with an unknown next-hop group, ",
+                     s.staleRemotes, " stale remotes");
 }
 
 }  // namespace Producer

@@ -1,11 +1,15 @@
 #include "producer/SourceSet.h"
 
+#include <algorithm>
+
 #include "common/Names.h"
 
 namespace Producer {
 namespace {
 
-L2Rib::Dest destOf(const Lanx::IpGenAddr& vtep) { return {L2Rib::DestId(), L2Rib::DestDataVxlan(vtep)}; }
+L2Rib::Dest destOf(const Lanx::IpGenAddr& vtep, Fdb::NextHopId id = 0) {
+    return {L2Rib::DestId(id), L2Rib::DestDataVxlan(vtep)};
+}
 
 const Lanx::EthAddr unknownTraffic;  // the zero address stands for all that has no entry of its own
 
@@ -44,6 +48,40 @@ void SourceSet::floodDel(L2Rib::Source source, Bridging::VlanId vlanId, const La
     if (!set) return;
     set->destSetDel(destOf(vtep));
     if (set->destSet().empty()) entry->vlanFloodSetDel(vlanId);
+}
+
+// Members before the group, and the group before those that have left it.
+void SourceSet::groupIs(L2Rib::Source source, Fdb::NextHopId group, const Fdb::GroupMembers& members) {
+    AnnouncedSource& announced = sourceOf(source);
+    L2Rib::LoadBalance row{L2Rib::LoadBalanceId(group)};
+    std::uint8_t place = 0;
+    for (const auto& [id, vtep] : members) {
+        announced.dests().put(destOf(vtep, id));
+        row.nextIs(L2Rib::EcmpIndex(place++), {L2Rib::ObjId(id), L2Rib::tableTypeDest});
+    }
+    announced.loadBalances().put(row);
+    const Fdb::GroupMembers before = std::exchange(groups_[source][group], members);
+    delUnused(source, before);
+}
+
+void SourceSet::groupDel(L2Rib::Source source, Fdb::NextHopId group) {
+    sourceOf(source).loadBalances().del(L2Rib::LoadBalanceId(group));
+    const Fdb::GroupMembers before = groups_[source][group];
+    groups_[source].erase(group);
+    delUnused(source, before);
+}
+
+bool SourceSet::isMember(const Groups& groups, Fdb::NextHopId id) {
+    return std::any_of(groups.begin(), groups.end(), [&](const auto& group) {
+        return std::any_of(group.second.begin(), group.second.end(),
+                           [&](const auto& member) { return member.first == id; });
+    });
+}
+
+void SourceSet::delUnused(L2Rib::Source source, const Fdb::GroupMembers& members) {
+    for (const auto& [id, vtep] : members) {
+        if (!isMember(groups_[source], id)) sourceOf(source).dests().del(L2Rib::DestId(id));
+    }
 }
 
 void SourceSet::fillEnds() {

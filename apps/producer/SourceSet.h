@@ -19,10 +19,15 @@ class SourceSet : public Fdb::Sink {
     void hostDel(L2Rib::Source source, const Bridging::MacVlanPair& key) override;
     void floodIs(L2Rib::Source source, Bridging::VlanId vlanId, const Lanx::IpGenAddr& vtep) override;
     void floodDel(L2Rib::Source source, Bridging::VlanId vlanId, const Lanx::IpGenAddr& vtep) override;
+    void groupIs(L2Rib::Source source, Fdb::NextHopId group, const Fdb::GroupMembers& members) override;
+    void groupDel(L2Rib::Source source, Fdb::NextHopId group) override;
     void fillEnds();
     void withdraw();
 
  private:
+    using Groups = std::map<Fdb::NextHopId, Fdb::GroupMembers>;
+    static bool isMember(const Groups& groups, Fdb::NextHopId id);
+    void delUnused(L2Rib::Source source, const Fdb::GroupMembers& members);
     AnnouncedSource& sourceOf(L2Rib::Source source);
     Quil::Name nameOf(L2Rib::Source source) const;
 
@@ -31,6 +36,7 @@ class SourceSet : public Fdb::Sink {
     const std::uint32_t maxHosts_;
     bool isFilling_ = true;
     std::map<L2Rib::Source, AnnouncedSource> sources_;
+    std::map<L2Rib::Source, Groups> groups_;
 };
 
 }  // namespace Producer

@@ -37,6 +37,16 @@ class FdbTest : public testing::Test, public Fdb::Sink {
     void floodDel(L2Rib::Source source, Bridging::VlanId vlanId, const Lanx::IpGenAddr& vtep) override {
         floods.erase(Quil::cat(Apps::sourceName(source), " ", vlanId, " ", vtep));
     }
+    void groupIs(L2Rib::Source source, Fdb::NextHopId group, const Fdb::GroupMembers& members) override {
+        std::string text;
+        for (const auto& [id, vtep] : members) text += Quil::cat(text.empty() ? "" : ",", id, ":", vtep);
+        groups[Quil::cat(Apps::sourceName(source), " ", group)] = text;
+        log += "g";
+    }
+    void groupDel(L2Rib::Source source, Fdb::NextHopId group) override {
+        groups.erase(Quil::cat(Apps::sourceName(source), " ", group));
+        log += "d";
+    }
     static Lanx::EthAddr mac(const char* text) { return Lanx::EthAddr(Quil::String(text)); }
     static Entry bridge(std::uint32_t device, const char* address, std::uint16_t state, std::uint8_t flags = 0) {
         Entry entry;
@@ -70,6 +80,7 @@ class FdbTest : public testing::Test, public Fdb::Sink {
     Quil::Ptr<Quil::ManualClock> clock = Quil::makePtr<Quil::ManualClock>();
     std::map<std::pair<L2Rib::Source, Bridging::MacVlanPair>, L2Rib::Host> hosts;
     std::set<std::string> floods;
+    std::map<std::string, std::string> groups;
     std::string log;
     Fdb::Model model{{{{"br0", 10}}, {}, {"vx200"}}, clock, *this};
 };
@@ -139,6 +150,48 @@ TEST_F(FdbTest, EntriesOfTheZeroAddressAreFloodSetsOfTheirSources) {
     model.entryDel(two);
     model.linkDel(vx);
     EXPECT_TRUE(floods.empty());
+}
+
+TEST_F(FdbTest, AGroupOfNextHopsIsOneGroupForAllItsHostsAndTakesThemAlong) {
+    const auto behind = [](const char* address, std::uint32_t group, std::uint8_t flags = NTF_EXT_LEARNED) {
+        Entry entry = vxlan(address, NUD_PERMANENT, flags, nullptr);
+        entry.nextHopGroup = group;
+        return entry;
+    };
+    const auto vtep = [](const char* text) { return Fdb::NextHop{Lanx::IpGenAddr(Quil::String(text)), {}, false}; };
+    const char* const host2 = "02:aa:aa:aa:aa:02";
+    model.entryIs(behind(host1, 10));
+    EXPECT_EQ(model.statistics().nextHopGroupEntries, 1);  // the group comes later than the entry
+    model.nextHopIs(1, vtep("10.0.0.2"));
+    model.nextHopIs(2, vtep("10.0.0.3"));
+    model.nextHopIs(10, {{}, {1, 2, 77}, true});
+    model.entryIs(behind(host2, 10));
+    EXPECT_EQ(log, "g++");
+    EXPECT_EQ(groups, (std::map<std::string, std::string>{{"bgp 10", "1:10.0.0.2,2:10.0.0.3"}}));
+    EXPECT_EQ(hosts.begin()->second.next(), L2Rib::ObjTuple(L2Rib::ObjId(10), L2Rib::tableTypeLoadBalance));
+    EXPECT_EQ(model.statistics().nextHopGroupEntries, 0);
+    model.nextHopIs(10, {{}, {2}, true});  // one write, whatever the hosts
+    EXPECT_EQ(std::exchange(log, ""), "g++g");
+    EXPECT_EQ(groups["bgp 10"], "2:10.0.0.3");
+    // A host leaves the group for a VTEP, and comes back as one of another source.
+    model.entryIs(vxlan(host1, NUD_REACHABLE, NTF_EXT_LEARNED));
+    model.entryIs(behind(host1, 10, 0));
+    EXPECT_EQ(std::exchange(log, ""), "+g+-");
+    EXPECT_EQ(groups.size(), 2u);
+    model.nextHopDel(2);  // the last one: the kernel removes group and entries, and tells of the group alone
+    EXPECT_EQ(groups["vxlan-static 10"], "");
+    model.nextHopDel(10);
+    EXPECT_TRUE(hosts.empty() && groups.empty());
+    // After a dump in which the group is not told.
+    model.nextHopIs(1, vtep("10.0.0.2"));
+    model.nextHopIs(10, {{}, {1}, true});
+    model.entryIs(behind(host1, 10));
+    EXPECT_EQ(hosts.size(), 1u);
+    model.dumpBegins();
+    model.linkIs(vx, {"vx100", true, br0, {}});
+    model.entryIs(behind(host1, 10));
+    model.dumpEnds();
+    EXPECT_TRUE(hosts.empty() && groups.empty());
 }
 
 TEST_F(FdbTest, ARemoteHostMovesHereAndBack) {

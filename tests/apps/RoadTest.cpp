@@ -158,6 +158,25 @@ TEST_F(RoadTest, FollowsARealBridge) {
     in("bridge fdb del 02:aa:aa:aa:aa:01 dev vx100 dst 10.0.0.2 self master");
     EXPECT_EQ(Json::parse(monitor.readUntil("\"delete\""))["old"]["source"], "bgp");
 
+    // Behind a group of next hops, where this kernel has them: one object for all hosts. Its last next hop takes it and
+    // the entries along, of which the kernel says nothing.
+    if (ns.run("ip nexthop add id 1 via 10.0.0.2 fdb")) {
+        in("ip nexthop add id 2 via 10.0.0.3 fdb");
+        in("ip nexthop add id 10 group 1/2 fdb");
+        in("bridge fdb add 02:aa:aa:aa:aa:01 dev vx100 self extern_learn nhid 10");
+        in("bridge fdb add 02:aa:aa:aa:aa:02 dev vx100 self extern_learn nhid 10");
+        EXPECT_EQ(Json::parse(monitor.readUntil("\"add\""))["via"]["table"], "load-balance");
+        const auto groups = [&] { return tool({"lb", "show"}).second; };
+        EXPECT_NE(groups().find("{10.0.0.2, 10.0.0.3}      2  bgp, its lb 10"), std::string::npos) << groups();
+        in("ip nexthop replace id 10 group 2 fdb");
+        for (int i = 0; i < 100 && groups().find(" {10.0.0.3} ") == std::string::npos; ++i) usleep(20000);
+        EXPECT_NE(groups().find(" {10.0.0.3} "), std::string::npos) << groups();
+        in("ip nexthop del id 2");
+        EXPECT_EQ(Json::parse(monitor.readUntil("\"delete\""))["old"]["via"]["table"], "load-balance");
+        for (int i = 0; i < 100 && tool({"dest", "show"}).first != 1; ++i) usleep(20000);
+        EXPECT_EQ(tool({"lb", "show"}).first + tool({"dest", "show"}).first, 2);
+    }
+
     // A flood of changes that the agent sleeps through, larger than any buffer: it ends with the kernel's table.
     in("bridge fdb add 02:aa:aa:aa:aa:01 dev p1 master static");
     monitor.readUntil("\"add\"");
