@@ -13,6 +13,8 @@ ObjTuple tupleOf(LoadBalanceId id) { return {ObjId(id.value()), tableTypeLoadBal
 ObjTuple tupleOf(LabelId id) { return {ObjId(id.value()), tableTypeLabel}; }
 ObjTuple tupleOf(DestId id) { return {ObjId(id.value()), tableTypeDest}; }
 
+constexpr const char* output = "l2rib/output";
+
 }  // namespace
 
 template <class Output>
@@ -23,18 +25,17 @@ struct OutputObjects::Watcher : Output::NotifieeBase {
     void fwkOnImmediateCollection() override { objects.changedAll(); }
 };
 
-OutputObjects::OutputObjects(const Corestore::EntityManager& em, std::function<void(const HostKey&)> onHost)
-    : NotifieeConst(em.loop().clock()), em_(em.loop(), em.root(), em.readerName()), onHost_(std::move(onHost)) {
-    const auto watch = [this](const auto& table) {
-        return onHost_ ? std::make_unique<Watcher<std::decay_t<decltype(*table)>>>(*this, table) : nullptr;
-    };
-    lbWatcher_ = watch(loadBalances_);
-    labelWatcher_ = watch(labels_);
-    destWatcher_ = watch(dests_);
-    constexpr const char* output = "l2rib/output";
-    em_.mount(output, loadBalances_, TableInfo().loadBalanceOutputInfo(QuilMemtab::reader));
-    em_.mount(output, labels_, TableInfo().labelOutputInfo(QuilMemtab::reader));
-    em_.mount(output, dests_, TableInfo().destOutputInfo(QuilMemtab::reader));
+OutputObjects::OutputObjects(Corestore::EntityManager& em, std::function<void(const HostKey&)> onHost)
+    : NotifieeConst(em.loop().clock()),
+      onHost_(std::move(onHost)),
+      loadBalances_(
+          em.mountedIs(output, loadBalanceOutputFactory("lb"), TableInfo().loadBalanceOutputInfo(QuilMemtab::reader))),
+      labels_(em.mountedIs(output, labelOutputFactory("label"), TableInfo().labelOutputInfo(QuilMemtab::reader))),
+      dests_(em.mountedIs(output, destOutputFactory("dest"), TableInfo().destOutputInfo(QuilMemtab::reader))) {
+    if (!onHost_) return;
+    lbWatcher_ = std::make_unique<Watcher<LoadBalanceOutput>>(*this, loadBalances_);
+    labelWatcher_ = std::make_unique<Watcher<LabelOutput>>(*this, labels_);
+    destWatcher_ = std::make_unique<Watcher<DestOutput>>(*this, dests_);
 }
 
 OutputObjects::~OutputObjects() = default;

@@ -8,7 +8,7 @@
 // Hosts are told of in steps of the clock, so that a change of an object with many hosts behind it does not hold up the
 // loop.
 //
-// Owner     The consumer. It mounts tables of its own, beside those of the entity manager that it is given.
+// Owner     The consumer. The tables are the entity manager's, mounted there when the first one asks for them.
 // Threads   Event-loop thread.
 // Errors    What the tables lack, or what leads in a circle, leads nowhere.
 #pragma once
@@ -34,7 +34,7 @@ class L2RIB_EXPORT OutputObjects : Quil::Clock::NotifieeConst {
     using HostKey = Bridging::MacVlanPair;
 
     // onHost is called for each host that leads to an object that has changed.
-    OutputObjects(const Corestore::EntityManager& em, std::function<void(const HostKey&)> onHost = {});
+    OutputObjects(Corestore::EntityManager& em, std::function<void(const HostKey&)> onHost = {});
     ~OutputObjects() override;
 
     bool isReadable() const;  // there are all three tables
@@ -77,11 +77,10 @@ class L2RIB_EXPORT OutputObjects : Quil::Clock::NotifieeConst {
     void releaseIfUnused(const ObjTuple& tuple);
     void walkHosts(const ObjTuple& tuple);
 
-    Corestore::EntityManager em_;
     const std::function<void(const HostKey&)> onHost_;
-    const Quil::Ptr<LoadBalanceOutput> loadBalances_ = loadBalanceOutputFactory("lb");
-    const Quil::Ptr<LabelOutput> labels_ = labelOutputFactory("label");
-    const Quil::Ptr<DestOutput> dests_ = destOutputFactory("dest");
+    const Quil::Ptr<LoadBalanceOutput> loadBalances_;
+    const Quil::Ptr<LabelOutput> labels_;
+    const Quil::Ptr<DestOutput> dests_;
     std::map<ObjTuple, Node> nodes_;
     std::unordered_map<HostKey, ObjTuple, HashOf<HostKey>> hostNext_;
     std::deque<HostWalk> walks_;

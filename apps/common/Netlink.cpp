@@ -129,6 +129,18 @@ std::optional<Lanx::IpGenAddr> addressIn(const nlattr* attribute) {
     return Lanx::IpGenAddr::fromIp6(address);
 }
 
+std::vector<std::uint32_t> groupMembersIn(const nlattr* attribute) {
+    std::vector<std::uint32_t> members;
+    const auto* bytes = static_cast<const char*>(mnl_attr_get_payload(attribute));
+    for (std::size_t at = 0; at + sizeof(nexthop_grp) <= mnl_attr_get_payload_len(attribute);
+         at += sizeof(nexthop_grp)) {
+        nexthop_grp member;
+        std::memcpy(&member, bytes + at, sizeof member);
+        members.push_back(member.id);
+    }
+    return members;
+}
+
 bool isVxlan(const nlattr* linkInfo) {
     const Attributes<IFLA_INFO_DATA + 1> info(linkInfo);
     return info.at[IFLA_INFO_KIND] && std::string_view(mnl_attr_get_str(info.at[IFLA_INFO_KIND])) == "vxlan";

@@ -82,6 +82,9 @@ struct Attributes {
 // An address of 4 or 16 bytes.
 std::optional<Lanx::IpGenAddr> addressIn(const nlattr* attribute);
 
+// The identifiers in NHA_GROUP.
+std::vector<std::uint32_t> groupMembersIn(const nlattr* attribute);
+
 // IFLA_INFO_DATA of a VXLAN device's IFLA_LINKINFO; null for another kind of device.
 const nlattr* vxlanData(const nlattr* linkInfo);
 bool isVxlan(const nlattr* linkInfo);

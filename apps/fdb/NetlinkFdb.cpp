@@ -170,13 +170,7 @@ void NetlinkFdb::handleNextHop(const nlmsghdr* message) {
     nextHop.via = Netlink::addressIn(attributes.at[NHA_GATEWAY]);
     if (const nlattr* group = attributes.at[NHA_GROUP]) {
         nextHop.isGroup = true;
-        const auto* bytes = static_cast<const char*>(mnl_attr_get_payload(group));
-        for (std::size_t at = 0; at + sizeof(nexthop_grp) <= mnl_attr_get_payload_len(group);
-             at += sizeof(nexthop_grp)) {
-            nexthop_grp member;
-            std::memcpy(&member, bytes + at, sizeof member);
-            nextHop.members.push_back(member.id);
-        }
+        nextHop.members = Netlink::groupMembersIn(group);
     }
     model_.nextHopIs(id, nextHop);
 }

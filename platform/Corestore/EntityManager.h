@@ -19,6 +19,7 @@ class L2RIB_EXPORT Dir : public Quil::Entity {
     ~Dir() override;
     Quil::Ptr<Dir> dirIs(const Quil::Name& name);
     void entityIs(const Quil::Ptr<Quil::Entity>& entity);
+    Quil::Ptr<Quil::Entity> entity(const Quil::Name& name) const { return entities_.child(name); }  // null: none
     Quil::Ptr<Quil::Entity> entityDel(const Quil::Name& name) { return entities_.childDel(name); }
 
  private:
@@ -50,6 +51,14 @@ class L2RIB_EXPORT EntityManager : public Quil::Counted {
             dir->entityDel(entity->name());
             throw;
         }
+    }
+    // The entity of this name and kind that is there already, or else this one, mounted now.
+    template <class E, class Info>
+    Quil::Ptr<E> mountedIs(const Quil::String& path, const Quil::Ptr<E>& entity, const Info& info) {
+        const auto there = dirIs(path)->entity(entity->name());
+        if (auto* same = dynamic_cast<E*>(there.get())) return Quil::Ptr<E>(same);
+        mount(path, entity, info);
+        return entity;
     }
     // Takes the entity of this name out of the tree, which detaches it.
     void unmount(const Quil::String& path, const Quil::Name& name) { dirIs(path)->entityDel(name); }

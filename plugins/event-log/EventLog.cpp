@@ -1,4 +1,5 @@
-// event-log: writes one JSON line for every call that a consumer gets.
+// event-log: writes one JSON line for every call that a consumer gets. A host that leads to an object is written with
+// what that leads to, and again when that has changed.
 //
 //   L2RIB_EVENT_LOG   the file, to which lines are added; unset: standard output
 #include <fstream>
@@ -14,7 +15,9 @@ namespace {
 class EventLog : public L2Rib::L2RibClientSm {
  public:
     explicit EventLog(const Quil::Ptr<L2Rib::Plugin::Context>& context)
-        : L2RibClientSm("event-log", context), root_(context->entityManager()->root()) {
+        : L2RibClientSm("event-log", context),
+          root_(context->entityManager()->root()),
+          objects_(*context->entityManager(), [this](const auto& key) { handleHost(key); }) {
         const Quil::String path = Plugins::setting("L2RIB_EVENT_LOG");
         if (path.empty()) return;
         file_.open(path, std::ios::app);
@@ -29,6 +32,7 @@ class EventLog : public L2Rib::L2RibClientSm {
     void write(const char* op, const Bridging::MacVlanPair& key) {
         L2Rib::HostAndSource record(key);
         const bool isPresent = l2RibOutput()->host(key, record);
+        objects_.hostIs(key, isPresent ? record.host().next() : L2Rib::ObjTuple());
         if (!isPresent) record.keyIs(key);
         Apps::Json line{{"schema", 1},
                         {"op", op},
@@ -38,7 +42,7 @@ class EventLog : public L2Rib::L2RibClientSm {
         line.update(Apps::keyOf(record));
         if (isPresent) {
             refreshNames();
-            line.update(Apps::detailsOf(record, names_));
+            line.update(Apps::detailsOf(record, names_, &objects_));
         } else if (const auto known = source().find(key); known != source().end()) {
             line["source"] = Apps::sourceName(known->second.source());
         }
@@ -54,6 +58,7 @@ class EventLog : public L2Rib::L2RibClientSm {
     }
 
     const Quil::String root_;
+    L2Rib::OutputObjects objects_;
     Quil::Seconds namesAreGoodUntil_ = 0;
     Apps::InterfaceNames names_;
     std::ofstream file_;

@@ -22,8 +22,8 @@ Quil::Trace& trace() {
 
 }  // namespace
 
-FdbDevice::FdbDevice(Quil::String name, std::uint16_t vlan, Quil::String notes)
-    : name_(std::move(name)), vlan_(vlan), notes_(std::move(notes)), socket_(Netlink::open(0)) {
+FdbDevice::FdbDevice(Quil::String name, std::uint16_t vlan, Quil::String notes, const NextHopGroups& groups)
+    : name_(std::move(name)), vlan_(vlan), notes_(std::move(notes)), socket_(Netlink::open(0)), groups_(groups) {
     guarded([this] { readLink(); });
 }
 
@@ -73,9 +73,13 @@ bool FdbDevice::readLink() {
 
 FdbDevice::Half FdbDevice::halfIn(const nlmsghdr* message) {
     const auto* neighbour = static_cast<const ndmsg*>(mnl_nlmsg_get_payload(message));
-    const Netlink::Attributes<NDA_MASTER + 1> attributes(message, sizeof(ndmsg));
-    return {true, static_cast<std::uint32_t>(neighbour->ndm_ifindex), neighbour->ndm_state, neighbour->ndm_flags,
-            Netlink::addressIn(attributes.at[NDA_DST])};
+    const Netlink::Attributes<NDA_NH_ID + 1> attributes(message, sizeof(ndmsg));
+    return {true,
+            static_cast<std::uint32_t>(neighbour->ndm_ifindex),
+            neighbour->ndm_state,
+            neighbour->ndm_flags,
+            Netlink::addressIn(attributes.at[NDA_DST]),
+            attributes.u32(NDA_NH_ID)};
 }
 
 bool FdbDevice::readTable(Table& table) const {
@@ -83,6 +87,7 @@ bool FdbDevice::readTable(Table& table) const {
         const Netlink::Attributes<NDA_MASTER + 1> attributes(message, sizeof(ndmsg));
         const Half half = halfIn(message);
         const Lanx::EthAddr mac = attributes.mac(NDA_LLADDR);
+        if (half.group != 0) table.groups.insert(half.group);
         if (attributes.at[NDA_MASTER] && attributes.u32(NDA_MASTER) == link_.master) {
             table.bridge[{mac, attributes.u16(NDA_VLAN)}] = half;
         } else if (!attributes.at[NDA_MASTER] && half.port == link_.index) {
@@ -102,7 +107,7 @@ FdbDevice::Entry FdbDevice::entryIn(const Table& table, const MacVlanPair& key) 
 // False when the kernel did not answer for another reason than that there is none.
 bool FdbDevice::readHalf(const MacVlanPair& key, std::uint8_t which, Half& half) {
     const int error =
-        request(RTM_GETNEIGH, 0, which, key, nullptr, [&](const nlmsghdr* message) { half = halfIn(message); });
+        request(RTM_GETNEIGH, 0, which, key, {}, [&](const nlmsghdr* message) { half = halfIn(message); });
     if (error && error != ENOENT) fail(cat("cannot read ", key, ": ", std::strerror(error)));
     return error == 0 || error == ENOENT;
 }
@@ -112,7 +117,7 @@ bool FdbDevice::readEntry(const MacVlanPair& key, Entry& entry) {
 }
 
 int FdbDevice::request(std::uint16_t type, std::uint16_t flags, std::uint8_t halves, const MacVlanPair& key,
-                       const IpGenAddr* vtep, const Netlink::Visit& answer) {
+                       const Target& target, const Netlink::Visit& answer) {
     std::array<char, 512> buffer{};
     nlmsghdr* message = mnl_nlmsg_put_header(buffer.data());
     message->nlmsg_type = type;
@@ -124,13 +129,15 @@ int FdbDevice::request(std::uint16_t type, std::uint16_t flags, std::uint8_t hal
     neighbour->ndm_flags = halves;
     const auto mac = key.ethAddr().bytes();
     mnl_attr_put(message, NDA_LLADDR, mac.size(), mac.data());
-    if (vtep) mnl_attr_put(message, NDA_DST, vtep->af() == Lanx::ipv4 ? 4 : 16, vtep->bytes().data());
+    const IpGenAddr& vtep = target.vtep;
+    if (!(vtep == IpGenAddr())) mnl_attr_put(message, NDA_DST, vtep.af() == Lanx::ipv4 ? 4 : 16, vtep.bytes().data());
+    if (target.group != 0) mnl_attr_put_u32(message, NDA_NH_ID, target.group);
     if (vlanOf(key) && (halves & NTF_MASTER)) mnl_attr_put_u16(message, NDA_VLAN, vlanOf(key));
     return Netlink::request(socket_.get(), message, answer);
 }
 
-void FdbDevice::hostIs(const MacVlanPair& key, const IpGenAddr& vtep) {
-    wanted_[key] = vtep;
+void FdbDevice::hostIs(const MacVlanPair& key, const Target& target) {
+    wanted_[key] = target;
     settle(key);
 }
 
@@ -138,9 +145,10 @@ void FdbDevice::hostDel(const MacVlanPair& key) {
     if (wanted_.erase(key)) settle(key);
 }
 
-std::optional<IpGenAddr> FdbDevice::target(const MacVlanPair& key) const {
+std::optional<Target> FdbDevice::target(const MacVlanPair& key) const {
     const auto wanted = wanted_.find(key);
-    if (wanted == wanted_.end() || wanted->second == link_.local) return std::nullopt;
+    if (wanted == wanted_.end()) return std::nullopt;
+    if (wanted->second.group == 0 && wanted->second.vtep == link_.local) return std::nullopt;
     return wanted->second;
 }
 
@@ -150,15 +158,17 @@ bool FdbDevice::isOurs(const Half& own, const MacVlanPair& key) const {
     const MacVlanPair first(key.ethAddr(), Bridging::VlanId());
     for (auto at = notes_.entries().lower_bound(first);
          at != notes_.entries().end() && at->first.ethAddr() == key.ethAddr(); ++at) {
-        if (at->second == own.vtep) return true;
+        // An entry behind a group is noted without a VTEP.
+        const bool isNoted = own.group != 0 ? at->second == IpGenAddr() : at->second == own.vtep;
+        if (isNoted && (own.group == 0 || groups_.isOurs(own.group))) return true;
     }
     return false;
 }
 
 bool FdbDevice::isRight(const MacVlanPair& key, const Entry& entry) const {
-    const auto vtep = target(key);
-    if (!vtep) return !notes_.entries().contains(key);
-    return entry.own.vtep == vtep && isOurs(entry.own, key) && (link_.master == 0 || leadsHere(entry.bridge));
+    const auto wanted = target(key);
+    if (!wanted) return !notes_.entries().contains(key);
+    return entry.own.leadsTo(*wanted) && isOurs(entry.own, key) && (link_.master == 0 || leadsHere(entry.bridge));
 }
 
 // Whether the device's entry serves another VLAN's host as well.
@@ -172,18 +182,26 @@ bool FdbDevice::isSharedMac(const MacVlanPair& key) const {
 
 void FdbDevice::settle(const MacVlanPair& key) {
     guarded([&] {
-        const auto vtep = target(key);
+        const auto wanted = target(key);
         if (link_.index == 0) {
-            if (vtep) fail("no such VXLAN device");
+            if (wanted) fail("no such VXLAN device");
             return;
         }
         Entry entry;
         if (!readEntry(key, entry) || isRight(key, entry)) return;
-        vtep ? make(key, *vtep, entry) : unmake(key, entry);
+        wanted ? make(key, *wanted, entry) : unmake(key, entry);
     });
 }
 
-void FdbDevice::make(const MacVlanPair& key, const IpGenAddr& vtep, const Entry& entry) {
+// A VTEP and a group cannot replace each other, nor can either replace what the kernel has of an entry in part.
+int FdbDevice::makeRoom(const MacVlanPair& key, const Target& target, const Half& own) {
+    const bool isOfOtherKind = own.isThere && (own.group != 0) != (target.group != 0);
+    if (!isOfOtherKind) return 0;
+    const int error = request(RTM_DELNEIGH, 0, NTF_SELF, key);
+    return error == ENOENT ? 0 : error;
+}
+
+void FdbDevice::make(const MacVlanPair& key, const Target& target, const Entry& entry) {
     const bool isFixed = entry.bridge.isThere && (entry.bridge.state & (NUD_PERMANENT | NUD_NOARP)) != 0;
     if (isFixed || (entry.own.isThere && !isOurs(entry.own, key))) {
         ++foreign_;
@@ -191,26 +209,27 @@ void FdbDevice::make(const MacVlanPair& key, const IpGenAddr& vtep, const Entry&
         trace().log(5, [&] { return cat(name_, ": ", key, " has an entry of someone else's: left alone"); });
         return;
     }
-    const bool isMending = notes_.entries().contains(key) && notes_.entries().at(key) == vtep;
-    notes_.made(key, vtep);
+    const bool isMending = notes_.entries().contains(key) && notes_.entries().at(key) == target.vtep;
+    int error = makeRoom(key, target, entry.own);
+    notes_.made(key, target.vtep);
     const std::uint8_t halves = link_.master ? NTF_SELF | NTF_MASTER : NTF_SELF;
-    const int error = request(RTM_NEWNEIGH, NLM_F_CREATE | NLM_F_REPLACE, halves | NTF_EXT_LEARNED, key, &vtep);
+    if (!error) error = request(RTM_NEWNEIGH, NLM_F_CREATE | NLM_F_REPLACE, halves | NTF_EXT_LEARNED, key, target);
     if (!error) return void(isMending ? ++mended_ : ++made_);
     fail(cat("cannot make ", key, ": ", std::strerror(error)));
     // The bridge's half is made first, and alone it would lead nowhere.
     Half own;
     if (link_.master && !leadsHere(entry.bridge) && readHalf(key, NTF_SELF, own) && !own.isThere) {
-        request(RTM_DELNEIGH, 0, NTF_MASTER, key, nullptr);
+        request(RTM_DELNEIGH, 0, NTF_MASTER, key);
     }
 }
 
 void FdbDevice::unmake(const MacVlanPair& key, const Entry& entry) {
     int error = 0;
     if (leadsHere(entry.bridge) && (entry.bridge.flags & NTF_EXT_LEARNED)) {
-        error = request(RTM_DELNEIGH, 0, NTF_MASTER, key, nullptr);
+        error = request(RTM_DELNEIGH, 0, NTF_MASTER, key);
     }
     if ((!error || error == ENOENT) && entry.own.isThere && isOurs(entry.own, key) && !isSharedMac(key)) {
-        error = request(RTM_DELNEIGH, 0, NTF_SELF, key, entry.own.vtep ? &*entry.own.vtep : nullptr);
+        error = request(RTM_DELNEIGH, 0, NTF_SELF, key, {entry.own.vtep.value_or(IpGenAddr()), 0});
     }
     if (error && error != ENOENT) return fail(cat("cannot remove ", key, ": ", std::strerror(error)));
     notes_.gone(key);
@@ -227,7 +246,8 @@ void FdbDevice::look(const std::function<bool(const MacVlanPair&)>& mayGo) {
             if (!wanted_.empty()) fail("no such VXLAN device");
             return;
         }
-        for (const auto& [key, vtep] : wanted_) {
+        groupsInUse_ = std::move(table.groups);
+        for (const auto& [key, unused] : wanted_) {
             if (!isRight(key, entryIn(table, key))) differing_.push_back(key);
         }
         for (const auto& [key, vtep] : notes_.entries()) {

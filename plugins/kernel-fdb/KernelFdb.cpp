@@ -1,5 +1,6 @@
-// kernel-fdb: programs every host that is behind a VTEP into a VXLAN device of this network namespace, and removes it
-// again.
+// kernel-fdb: programs every host that is behind a VTEP, or behind an object that leads to VTEPs, into a VXLAN device
+// of this network namespace, and removes it again. Several VTEPs are a group of next hops, one for all hosts of the
+// object.
 //
 //   L2RIB_KERNEL_FDB            the devices, separated by commas: "vx100" for the hosts of all VLANs, "vx100=10" for
 //   those of
@@ -15,6 +16,7 @@
 #include <optional>
 
 #include "L2Rib/L2RibClientSm.h"
+#include "L2Rib/OutputObjects.h"
 #include "L2Rib/Plugin/Plugin.h"
 #include "plugins/common/Settings.h"
 #include "plugins/kernel-fdb/FdbDevice.h"
@@ -38,9 +40,12 @@ Quil::String notesPath(const Quil::String& root, const Quil::String& device) {
 class Programmer : public L2Rib::L2RibClientSm {
  public:
     Programmer(const Quil::Ptr<L2Rib::Plugin::Context>& context, std::uint32_t sources)
-        : L2RibClientSm("kernel-fdb", context), sources_(sources), mender_(*this, context->clock()) {
-        const Quil::String devices = Plugins::setting("L2RIB_KERNEL_FDB");
-        if (devices.empty()) throw Quil::RangeException("is not set: the VXLAN devices to program", "L2RIB_KERNEL_FDB");
+        : L2RibClientSm("kernel-fdb", context),
+          sources_(sources),
+          groups_(devicesSetting()),
+          objects_(*context->entityManager(), [this](const auto& key) { handleHost(key); }),
+          mender_(*this, context->clock()) {
+        const Quil::String devices = devicesSetting();
         Quil::atField("L2RIB_KERNEL_FDB", [&] { addDevices(devices, context->entityManager()->root()); });
         if (const auto own = Plugins::setting("L2RIB_KERNEL_FDB_OWN_VTEP"); !own.empty()) {
             Quil::atField("L2RIB_KERNEL_FDB_OWN_VTEP", [&] { ownVtep_ = Lanx::IpGenAddr(own); });
@@ -64,6 +69,12 @@ class Programmer : public L2Rib::L2RibClientSm {
         void onTime() override { programmer.mend(); }
     };
 
+    static Quil::String devicesSetting() {
+        const Quil::String devices = Plugins::setting("L2RIB_KERNEL_FDB");
+        if (devices.empty()) throw Quil::RangeException("is not set: the VXLAN devices to program", "L2RIB_KERNEL_FDB");
+        return devices;
+    }
+
     void addDevices(const Quil::String& list, const Quil::String& root) {
         for (std::size_t at = 0; at <= list.size();) {
             const std::size_t end = std::min(list.find(',', at), list.size());
@@ -73,28 +84,49 @@ class Programmer : public L2Rib::L2RibClientSm {
                 throw Quil::RangeException(item + ": is no device");
             const std::uint16_t vlan =
                 hasVlan ? Bridging::VlanId(item.substr(name.size() + 1)).value() : std::uint16_t(0);
-            devices_.emplace_back(name, vlan, notesPath(root, name));
+            devices_.emplace_back(name, vlan, notesPath(root, name), groups_);
             at = end + 1;
         }
     }
 
     // Where the host is reached; none when it is not wanted, or not behind a VTEP.
-    std::optional<Lanx::IpGenAddr> vtepOf(const Bridging::MacVlanPair& key) const {
+    std::optional<Target> targetOf(const Bridging::MacVlanPair& key) {
         L2Rib::HostAndSource record;
-        if (!l2RibOutput()->host(key, record) || (record.source() & sources_) == 0) return std::nullopt;
-        if (!(record.host().next() == L2Rib::ObjTuple())) return std::nullopt;
+        const bool isServed =
+            std::any_of(devices_.begin(), devices_.end(), [&](const FdbDevice& device) { return device.serves(key); });
+        const bool isWanted = isServed && l2RibOutput()->host(key, record) && (record.source() & sources_) != 0;
+        const L2Rib::ObjTuple next = isWanted ? record.host().next() : L2Rib::ObjTuple();
+        objects_.hostIs(key, next);
+        if (!isWanted) return std::nullopt;
+        if (!(next == L2Rib::ObjTuple())) return targetOf(next);
         const L2Rib::CiDest& dest = record.host().ciDest();
-        if (dest.destType() == L2Rib::destTypeIntf) return ownVtep_;
+        if (dest.destType() == L2Rib::destTypeIntf) return behind(ownVtep_);
         if (dest.destType() != L2Rib::destTypeVxlan) return std::nullopt;
-        const Lanx::IpGenAddr vtep = dest.vtepAddr(L2Rib::CiVtepIndex(0));
-        return vtep == Lanx::IpGenAddr() ? std::nullopt : std::optional(vtep);
+        return behind(dest.vtepAddr(L2Rib::CiVtepIndex(0)));
+    }
+    static std::optional<Target> behind(const std::optional<Lanx::IpGenAddr>& vtep) {
+        if (!vtep || *vtep == Lanx::IpGenAddr()) return std::nullopt;
+        return Target{*vtep, 0};
+    }
+    // Where there is no group to be had, the lowest VTEP is better than none.
+    std::optional<Target> targetOf(const L2Rib::ObjTuple& object) {
+        NextHopGroups::Vteps vteps;
+        for (const L2Rib::Dest& dest : objects_.dests(object)) {
+            if (dest.destType() == L2Rib::destTypeVxlan) vteps.insert(dest.vxlan().vtepAddr());
+            if (dest.destType() == L2Rib::destTypeIntf && ownVtep_) vteps.insert(*ownVtep_);
+        }
+        vteps.erase(Lanx::IpGenAddr());
+        if (vteps.empty()) return std::nullopt;
+        if (vteps.size() == 1) return behind(*vteps.begin());
+        const NextHopGroups::Id group = groups_.groupOf(object, vteps);
+        return group != 0 ? Target{{}, group} : behind(*vteps.begin());
     }
 
     // By what the table says now.
     void hostIs(const Bridging::MacVlanPair& key) {
-        const auto vtep = vtepOf(key);
+        const auto target = targetOf(key);
         for (FdbDevice& device : devices_) {
-            if (device.serves(key)) vtep ? device.hostIs(key, *vtep) : device.hostDel(key);
+            if (device.serves(key)) target ? device.hostIs(key, *target) : device.hostDel(key);
         }
         if (hasFailed() && mender_.wakeupTime() > clock()->now() + soon()) lookSoon();
     }
@@ -116,22 +148,36 @@ class Programmer : public L2Rib::L2RibClientSm {
 
     // everythingIsKnown: what is not wanted is over, unless a review of it is due.
     void look(bool everythingIsKnown) {
+        groups_.look();
+        std::set<NextHopGroups::Id> inUse;
         for (FdbDevice& device : devices_) {
             // Who was missed, such as a host that vanished while its handler ran, is found here.
-            for (const auto& [key, vtep] : Notes::Entries(device.wanted())) {
-                if (everythingIsKnown && vtepOf(key) != vtep) hostIs(key);
+            for (const auto& [key, target] : FdbDevice::Wanted(device.wanted())) {
+                if (everythingIsKnown && targetOf(key) != target) hostIs(key);
             }
             device.look([&](const auto& key) { return everythingIsKnown && !changedHost().contains(key); });
+            inUse.insert(device.groupsInUse().begin(), device.groupsInUse().end());
         }
+        if (everythingIsKnown) groups_.sweep(wantedGroups(), inUse);
+    }
+    std::set<NextHopGroups::Id> wantedGroups() const {
+        std::set<NextHopGroups::Id> groups;
+        for (const FdbDevice& device : devices_) {
+            for (const auto& [key, target] : device.wanted()) groups.insert(target.group);
+        }
+        return groups;
     }
 
     Quil::Seconds soon() const { return std::min(retryInterval, interval_); }
     void lookSoon() { mender_.wakeupTimeIs(clock()->now() + soon()); }
     bool hasFailed() const {
-        return std::any_of(devices_.begin(), devices_.end(), [](const FdbDevice& d) { return d.hasFailed(); });
+        return groups_.hasFailed() ||
+               std::any_of(devices_.begin(), devices_.end(), [](const FdbDevice& d) { return d.hasFailed(); });
     }
 
     const std::uint32_t sources_;
+    NextHopGroups groups_;
+    L2Rib::OutputObjects objects_;
     std::list<FdbDevice> devices_;
     std::optional<Lanx::IpGenAddr> ownVtep_;
     Quil::Seconds interval_ = 60;

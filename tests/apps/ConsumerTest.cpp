@@ -127,4 +127,83 @@ TEST_F(ConsumerTest, KernelFdbProgramsSweepsMendsAndLeavesOthersAlone) {
     EXPECT_EQ(programmer->wait(), 0) << programmer->rest();
 }
 
+// Two hosts behind one group: the kernel has it once, under one name, whatever becomes of it; and what is written of
+// the hosts is what the group leads to.
+TEST_F(ConsumerTest, AGroupIsOneGroupOfNextHops) {
+    const test::NetNs ns("knh");
+    if (!ns.exists() || !ns.run("ip nexthop add id 7 via 10.9.9.9 fdb")) GTEST_SKIP() << "no next hops here";
+    ASSERT_TRUE(ns.run("ip link add br0 type bridge"));
+    ASSERT_TRUE(ns.run("ip link add vx100 type vxlan id 100 local 10.0.0.1 dstport 4789 nolearning"));
+    ASSERT_TRUE(ns.run("ip link set vx100 master br0 up"));
+    const auto eventually = [](auto&& condition) {
+        for (int i = 0; i < 200 && !condition(); ++i) usleep(50000);
+        return condition();
+    };
+    const auto out = [&](const std::string& command) {
+        const std::string path = scratch.path() + "/out";
+        ns.run(command + " | tee " + path);
+        std::ifstream file(path);
+        return std::string{std::istreambuf_iterator<char>(file), {}};
+    };
+    const auto entry = [&](int host) {
+        return out("bridge fdb show dev vx100 | grep '^02:aa:aa:aa:aa:0" + std::to_string(host) + ".* self'");
+    };
+    const auto nextHops = [&] { return out("ip nexthop show | grep -v 10.9.9.9 | sort"); };
+    const auto vteps = [&](std::vector<int> last, std::vector<int> hosts = {1, 2}) {
+        Json group = Json::array(), dests = Json::array(), rows = Json::array();
+        for (const int n : last) {
+            group.push_back({{"table", "dest"}, {"id", n}});
+            dests.push_back({{"id", n}, {"type", "vtep"}, {"address", "10.0.0." + std::to_string(n)}});
+        }
+        for (const int n : hosts) {
+            rows.push_back({{"vlan", 10},
+                            {"mac", "02:aa:aa:aa:aa:0" + std::to_string(n)},
+                            {"next", {{"table", "load-balance"}, {"id", 1}}}});
+        }
+        const std::string path = scratch.path() + "/groups.json";
+        std::ofstream(path + ".new") << Json{
+            {"source", "bgp"},
+            {"hosts", rows},
+            {"loadBalances", {{{"id", 1}, {"next", group}}}},
+            {"dests", dests}}.dump();
+        std::filesystem::rename(path + ".new", path);
+        return path;
+    };
+    agent(vteps({2, 3}));
+    test::Child log(consumer({"--plugin-dir", build + "/plugins", "--plugins", "event-log"}));
+    EXPECT_EQ(Json::parse(log.readUntil("aa:02"))["via"]["members"].size(), 2u);
+    const auto words = ns.inside(consumer({"--plugin-dir", build + "/plugins", "--plugins", "kernel-fdb", "--set",
+                                           "L2RIB_KERNEL_FDB=vx100=10", "--set", "L2RIB_KERNEL_FDB_INTERVAL=0.2"}));
+    std::optional<test::Child> programmer(std::in_place, words);
+    EXPECT_TRUE(eventually([&] { return !entry(1).empty() && !entry(2).empty(); }));
+    const std::string first = entry(1);
+    EXPECT_NE(first.find(" nhid "), std::string::npos) << first;
+    EXPECT_EQ(first.substr(17), entry(2).substr(17));
+    const auto has = [&](const std::string& text) { return nextHops().find(text) != std::string::npos; };
+    EXPECT_TRUE(has("via 10.0.0.2") && has("via 10.0.0.3") && has(" group "));
+
+    vteps({2, 4, 5});
+    EXPECT_TRUE(eventually([&] { return has("via 10.0.0.5") && !has("via 10.0.0.3"); })) << nextHops();
+    EXPECT_EQ(entry(1), first);
+    EXPECT_EQ(Json::parse(log.readUntil("\"update\""))["via"]["members"][2]["dest"]["address"], "10.0.0.5");
+    // Killed, and the group goes on; changed meanwhile, and it is mended.
+    programmer->kill(SIGKILL);
+    programmer->wait();
+    ASSERT_TRUE(ns.run("bridge fdb del 02:aa:aa:aa:aa:02 dev vx100 self"));
+    programmer.emplace(words);
+    EXPECT_TRUE(eventually([&] { return !entry(2).empty(); }));
+    EXPECT_EQ(entry(2).substr(17), first.substr(17));
+    // A VTEP in place of the group, and the group again; at last nothing is left but what is someone else's.
+    vteps({6});
+    EXPECT_TRUE(eventually([&] { return entry(1).find("dst 10.0.0.6 self extern_learn") != std::string::npos; }));
+    EXPECT_TRUE(eventually([&] { return nextHops().empty(); })) << nextHops();
+    vteps({6, 7});
+    EXPECT_TRUE(eventually([&] { return entry(2).find(" nhid ") != std::string::npos; })) << entry(2);
+    vteps({6, 7}, {});
+    EXPECT_TRUE(eventually([&] { return entry(1).empty() && entry(2).empty() && nextHops().empty(); })) << nextHops();
+    EXPECT_FALSE(out("ip nexthop show id 7").empty());
+    programmer->kill(SIGTERM);
+    EXPECT_EQ(programmer->wait(), 0) << programmer->rest();
+}
+
 }  // namespace
