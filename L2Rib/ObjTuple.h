@@ -51,4 +51,11 @@ class L2RIB_EXPORT ObjTuple : public Quil::Value<ObjTuple> {
 };
 static_assert(sizeof(ObjTuple) == 12 && alignof(ObjTuple) == 4);
 
+// Whether it points at a group, a label or a destination.
+constexpr bool isObject(const ObjTuple& tuple) { return tuple.isValid() && tuple.tableType() <= tableTypeDest; }
+
+inline ObjTuple objTupleOf(LoadBalanceId id) { return {ObjId(id.value()), tableTypeLoadBalance}; }
+inline ObjTuple objTupleOf(LabelId id) { return {ObjId(id.value()), tableTypeLabel}; }
+inline ObjTuple objTupleOf(DestId id) { return {ObjId(id.value()), tableTypeDest}; }
+
 }  // namespace L2Rib

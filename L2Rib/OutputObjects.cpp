@@ -7,12 +7,6 @@
 namespace L2Rib {
 namespace {
 
-bool isObject(const ObjTuple& tuple) { return tuple.isValid() && tuple.tableType() <= tableTypeDest; }
-
-ObjTuple tupleOf(LoadBalanceId id) { return {ObjId(id.value()), tableTypeLoadBalance}; }
-ObjTuple tupleOf(LabelId id) { return {ObjId(id.value()), tableTypeLabel}; }
-ObjTuple tupleOf(DestId id) { return {ObjId(id.value()), tableTypeDest}; }
-
 constexpr const char* output = "l2rib/output";
 
 }  // namespace
@@ -21,7 +15,7 @@ template <class Output>
 struct OutputObjects::Watcher : Output::NotifieeBase {
     OutputObjects& objects;
     Watcher(OutputObjects& o, const Quil::Ptr<Output>& table) : objects(o) { this->notifierIs(table); }
-    void fwkOnKey(const typename Output::Key& key) override { objects.changed(tupleOf(key)); }
+    void fwkOnKey(const typename Output::Key& key) override { objects.changed(objTupleOf(key)); }
     void fwkOnImmediateCollection() override { objects.changedAll(); }
 };
 
@@ -154,7 +148,7 @@ void OutputObjects::changed(const ObjTuple& tuple) {
         todo.pop_back();
         const auto node = nodes_.find(at);
         if (node == nodes_.end() || !seen.insert(at).second) continue;
-        walkHosts(at);
+        walkHosts(at, node->second);
         todo.insert(todo.end(), node->second.parents.begin(), node->second.parents.end());
     }
 }
@@ -166,10 +160,8 @@ void OutputObjects::changedAll() {
     for (const ObjTuple& tuple : all) changed(tuple);
 }
 
-void OutputObjects::walkHosts(const ObjTuple& tuple) {
-    const bool isQueued = std::any_of(walks_.begin(), walks_.end(),
-                                      [&](const HostWalk& walk) { return walk.tuple == tuple && !walk.hasBegun; });
-    if (isQueued) return;
+void OutputObjects::walkHosts(const ObjTuple& tuple, Node& node) {
+    if (node.hosts.empty() || std::exchange(node.isWalkQueued, true)) return;
     walks_.push_back({tuple, {}, false});
     if (wakeupTime() > clock().now()) wakeupTimeIs(clock().now());
 }
@@ -187,6 +179,7 @@ bool OutputObjects::walkStep() {
     const auto node = nodes_.find(walk.tuple);
     if (node != nodes_.end()) {
         const auto& hosts = node->second.hosts;
+        if (!walk.hasBegun) node->second.isWalkQueued = false;
         const auto next = walk.hasBegun ? hosts.upper_bound(walk.last) : hosts.begin();
         if (next != hosts.end()) {
             const HostKey host = walk.last = *next;

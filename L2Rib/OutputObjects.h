@@ -61,6 +61,7 @@ class L2RIB_EXPORT OutputObjects : Quil::Clock::NotifieeConst {
         std::vector<ObjTuple> next;  // as last seen
         std::set<ObjTuple> parents;
         std::set<HostKey> hosts;
+        bool isWalkQueued = false;
     };
     struct HostWalk {
         ObjTuple tuple;
@@ -75,7 +76,7 @@ class L2RIB_EXPORT OutputObjects : Quil::Clock::NotifieeConst {
     Node& nodeIs(const ObjTuple& tuple);
     void relink(const ObjTuple& tuple);
     void releaseIfUnused(const ObjTuple& tuple);
-    void walkHosts(const ObjTuple& tuple);
+    void walkHosts(const ObjTuple& tuple, Node& node);
 
     const std::function<void(const HostKey&)> onHost_;
     const Quil::Ptr<LoadBalanceOutput> loadBalances_;

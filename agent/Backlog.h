@@ -6,9 +6,9 @@
 #pragma once
 
 #include <functional>
-#include <set>
 
 #include "Quil/Ptr.h"
+#include "agent/Round.h"
 
 namespace Agent {
 
@@ -27,23 +27,17 @@ class Backlog : public Table::NotifieeBase {
     }
 
     bool isFirstWalk() const { return isFirstWalk_; }  // what the table held at first is not through yet
-    bool isEmpty() const { return changed_.empty() && !walk_; }
+    bool isEmpty() const { return changed_.isEmpty() && !walk_; }
     void mark(const Key& key) {
-        changed_.insert(key);
+        changed_.add(key);
         kick_();
     }
     // Calls handle(key) for the next one that changed; false when there is none. A key stays while its handling throws.
     template <class F>
     bool stepChanged(F&& handle) {
-        if (changed_.empty()) return false;
-        auto next = changed_.upper_bound(last_);
-        if (next == changed_.end()) next = changed_.begin();
-        last_ = *next;
-        handle(last_);
-        changed_.erase(last_);
-        return true;
+        return changed_.step(handle);
     }
-    // The same of those that it held, where none has changed.
+    // The same, and where none has changed, of those that it held.
     template <class F>
     bool step(F&& handle) {
         if (stepChanged(handle)) return true;
@@ -68,8 +62,7 @@ class Backlog : public Table::NotifieeBase {
     void fwkOnImmediateCollection() override {}
 
     const std::function<void()> kick_;
-    std::set<Key> changed_;
-    Key last_{};  // of the changed keys; the next one is behind it
+    Round<Key> changed_;
     typename Table::IteratorConst walk_;
     bool isFirstWalk_ = false;
 };

@@ -12,9 +12,9 @@ int higherFirst(T a, T b) {
     return a > b ? -1 : a < b ? 1 : 0;
 }
 
-double moveTime(const L2Rib::Host& host) { return std::isnan(host.lastMoveTime()) ? 0.0 : host.lastMoveTime(); }
-
 }  // namespace
+
+double moveTime(const L2Rib::Host& host) { return std::isnan(host.lastMoveTime()) ? 0.0 : host.lastMoveTime(); }
 
 const char* stepName(Step step) {
     switch (step) {

@@ -26,6 +26,9 @@ bool isStatic(Bridging::EntryType entryType);
 // On this switch: behind an interface or the CPU, not behind an object or a VTEP.
 bool isLocal(const L2Rib::Host& host);
 
+// Of the last move; not a number counts as 0.
+double moveTime(const L2Rib::Host& host);
+
 // A claim with the values that count: preference and sequence number of the host are those that the election uses and
 // the output carries.
 struct Candidate {

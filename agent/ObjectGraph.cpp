@@ -3,26 +3,10 @@
 #include <algorithm>
 
 #include "Quil/Trace.h"
-#include "agent/PutRow.h"
 
 namespace Agent {
 
 using namespace L2Rib;
-
-namespace {
-
-// What can be a node; the rest of what a row may hold leads nowhere.
-bool isObject(const ObjTuple& tuple) { return tuple.isValid() && tuple.tableType() <= tableTypeDest; }
-
-template <class Id>
-ObjTuple tupleOf(const Id& id) {
-    constexpr TableType table = std::is_same_v<Id, LoadBalanceId> ? tableTypeLoadBalance
-                                : std::is_same_v<Id, LabelId>     ? tableTypeLabel
-                                                                  : tableTypeDest;
-    return {ObjId(id.value()), table};
-}
-
-}  // namespace
 
 ObjectGraph::ObjectGraph(Source source, const ObjectTables& tables, ObjectOutputs& outputs,
                          std::function<void(const HostKey&)> onHost, std::function<void()> kick)
@@ -44,16 +28,16 @@ ObjTuple ObjectGraph::hostNextIs(const HostKey& host, const ObjTuple& next) {
     const ObjTuple before = known == hostNext_.end() ? ObjTuple() : known->second;
     if (!(before == next)) {
         if (isObject(next)) {
+            nodeIs(next).hosts.insert(host);  // before anything is changed: it may fail
             hostNext_[host] = next;
-            nodeIs(next).hosts.insert(host);
         } else if (known != hostNext_.end()) {
             hostNext_.erase(known);
         }
-        if (isObject(before)) {
-            nodes_.at(before).hosts.erase(host);
+        if (const auto left = nodes_.find(before); left != nodes_.end()) {
+            left->second.hosts.erase(host);
             releaseIfUnused(before);
         }
-        loadAll();
+        loadNow();
     }
     return outputOf(next);
 }
@@ -81,24 +65,33 @@ void ObjectGraph::changed(const ObjTuple& tuple) {
 }
 
 bool ObjectGraph::isSettled() const {
-    return toEvaluate_.empty() && walks_.empty() && loadBalances_.isEmpty() && labels_.isEmpty() && dests_.isEmpty();
+    return toLoad_.isEmpty() && toEvaluate_.isEmpty() && toReview_.isEmpty() && walks_.empty() &&
+           loadBalances_.isEmpty() && labels_.isEmpty() && dests_.isEmpty();
 }
 
 bool ObjectGraph::step() {
-    if (!toEvaluate_.empty()) {
-        const ObjTuple tuple = *toEvaluate_.begin();
-        toEvaluate_.erase(toEvaluate_.begin());
-        evaluate(tuple);
-        return true;
-    }
+    if (loadStep()) return true;
+    if (toReview_.step([this](const ObjTuple& tuple) { evaluate(tuple); })) return true;
     const auto take = [this](const auto& id) {
-        const ObjTuple tuple = tupleOf(id);
+        const ObjTuple tuple = objTupleOf(id);
         if (!isObject(tuple)) return;
         nodeIs(tuple);
         load(tuple);
-        loadAll();
+        loadNow();
     };
     return dests_.step(take) || labels_.step(take) || loadBalances_.step(take) || walkStep();
+}
+
+bool ObjectGraph::loadStep() {
+    return toLoad_.step([this](const ObjTuple& tuple) { load(tuple); }) ||
+           toEvaluate_.step([this](const ObjTuple& tuple) { evaluate(tuple); });
+}
+
+// What a reference has brought up, and what that leads to, so that a host whose objects are there is not held up. The
+// rest of a long chain is left to the steps.
+void ObjectGraph::loadNow() {
+    for (int i = 0; i < loadedAtOnce && !toLoad_.isEmpty(); ++i) loadStep();
+    for (int i = 0; i < loadedAtOnce && toLoad_.isEmpty() && !toEvaluate_.isEmpty(); ++i) loadStep();
 }
 
 ObjectGraph::Node& ObjectGraph::nodeIs(const ObjTuple& tuple) {
@@ -110,7 +103,7 @@ ObjectGraph::Node& ObjectGraph::nodeIs(const ObjTuple& tuple) {
             nodes_.erase(at);
             throw;
         }
-        toLoad_.push_back(tuple);
+        toLoad_.add(tuple);
     }
     return at->second;
 }
@@ -155,14 +148,17 @@ void ObjectGraph::load(const ObjTuple& tuple) {
     Node row;
     const bool isPresent = readRow(tuple, row);
     if (!isPresent && !isWhole_ && node.isPresent) return;
+    for (const ObjTuple& child : row.next) {
+        if (isObject(child)) nodeIs(child);  // before anything is changed: it may fail
+    }
     node.isPresent = isPresent;
     node.label = row.label;
     node.dest = row.dest;
     node.next.swap(row.next);
     relink(tuple, row.next);
-    toEvaluate_.insert(tuple);
-    toEvaluate_.insert(refused_.begin(), refused_.end());                                 // a circle may be broken
-    if (Reach reach = reachOf(tuple); reach.isCircular) toEvaluate_.merge(reach.behind);  // all that are on it
+    toEvaluate_.add(tuple);
+    toReview_.addAll(refused_);                                                                // a circle may be broken
+    if (const Reach reach = reachOf(tuple); reach.isCircular) toReview_.addAll(reach.behind);  // all that are on it
     kick_();
 }
 
@@ -177,21 +173,6 @@ void ObjectGraph::relink(const ObjTuple& tuple, const std::vector<ObjTuple>& bef
         if (gone == nodes_.end()) continue;  // named twice, and released
         gone->second.parents.erase(tuple);
         releaseIfUnused(child);
-    }
-}
-
-// What a reference has brought up, and what that leads to. So that a host whose objects are there is not held up.
-void ObjectGraph::loadAll() {
-    if (toLoad_.empty()) return;
-    while (!toLoad_.empty()) {
-        const ObjTuple tuple = toLoad_.back();
-        toLoad_.pop_back();
-        load(tuple);
-    }
-    while (!toEvaluate_.empty()) {
-        const ObjTuple tuple = *toEvaluate_.begin();
-        toEvaluate_.erase(toEvaluate_.begin());
-        evaluate(tuple);
     }
 }
 
@@ -249,7 +230,7 @@ void ObjectGraph::evaluate(const ObjTuple& tuple) {
     node.resolves = resolves;
     node.lowestVtep = vtep;
     if (isOther) {
-        toEvaluate_.insert(node.parents.begin(), node.parents.end());
+        toEvaluate_.addAll(node.parents);
         walkHosts(tuple, node);
     }
     kick_();
@@ -276,7 +257,7 @@ void ObjectGraph::write(const ObjTuple& tuple, const Node& node) {
         LoadBalanceAndSource row(group.key());
         row.lbIs(group);
         row.sourceOtasIs(otas);
-        putRow(*outputs_.loadBalances(), row);
+        outputs_.put(row);
     } else if (tuple.tableType() == tableTypeLabel) {
         Label label(node.output.labelId());
         label.labelIs(node.label);
@@ -284,14 +265,14 @@ void ObjectGraph::write(const ObjTuple& tuple, const Node& node) {
         LabelAndSource row(label.key());
         row.labelObjIs(label);
         row.sourceOtasIs(otas);
-        putRow(*outputs_.labels(), row);
+        outputs_.put(row);
     } else {
         Dest dest(node.output.destId(), DestDataIntf());
         dest.copyAllButKey(node.dest);
         DestAndSource row(dest.key());
         row.destIs(dest);
         row.sourceOtasIs(otas);
-        putRow(*outputs_.dests(), row);
+        outputs_.put(row);
     }
 }
 

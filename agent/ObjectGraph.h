@@ -49,6 +49,8 @@ class ObjectGraph {
     // The host leads to this object now (the empty tuple: to none). Returns the output tuple, the empty one when it
     // does not resolve.
     L2Rib::ObjTuple hostNextIs(const HostKey& host, const L2Rib::ObjTuple& next);
+    // That of an object; the empty one when it does not resolve.
+    L2Rib::ObjTuple outputOf(const L2Rib::ObjTuple& tuple) const;
     // The lowest VTEP that the object leads to; the empty address when there is none. onHost is told when it changes.
     Lanx::IpGenAddr lowestVtep(const L2Rib::ObjTuple& tuple) const;
     // While the source is filling its tables, objects that they lack stand.
@@ -75,6 +77,7 @@ class ObjectGraph {
         HostKey last;
         bool hasBegun = false;
     };
+    static constexpr int loadedAtOnce = 64;
     static constexpr std::size_t maxReach = 1024;  // objects behind one; more are refused as if they were a circle
 
     Node& nodeIs(const L2Rib::ObjTuple& tuple);
@@ -83,7 +86,8 @@ class ObjectGraph {
     bool readRow(const L2Rib::ObjTuple& tuple, Node& into) const;
     void load(const L2Rib::ObjTuple& tuple);
     void relink(const L2Rib::ObjTuple& tuple, const std::vector<L2Rib::ObjTuple>& before);
-    void loadAll();
+    bool loadStep();
+    void loadNow();
     struct Reach {
         std::set<L2Rib::ObjTuple> behind;
         bool isCircular = false;
@@ -97,7 +101,6 @@ class ObjectGraph {
     void write(const L2Rib::ObjTuple& tuple, const Node& node);
     void releaseIfUnused(const L2Rib::ObjTuple& tuple);
     bool walkStep();
-    L2Rib::ObjTuple outputOf(const L2Rib::ObjTuple& tuple) const;  // the empty one when it does not resolve
 
     const L2Rib::Source source_;
     const ObjectTables tables_;
@@ -107,8 +110,9 @@ class ObjectGraph {
     bool isWhole_ = true;
     std::map<L2Rib::ObjTuple, Node> nodes_;
     std::unordered_map<HostKey, L2Rib::ObjTuple, L2Rib::HashOf<HostKey>> hostNext_;
-    std::vector<L2Rib::ObjTuple> toLoad_;  // nodes made by a reference
-    std::set<L2Rib::ObjTuple> toEvaluate_;
+    Round<L2Rib::ObjTuple> toLoad_;  // nodes made by a reference
+    Round<L2Rib::ObjTuple> toEvaluate_;
+    Round<L2Rib::ObjTuple> toReview_;  // the same, for circles
     std::set<L2Rib::ObjTuple> refused_;
     std::deque<HostWalk> walks_;
     Backlog<L2Rib::LoadBalanceTable> loadBalances_;

@@ -27,6 +27,7 @@ PolicySm::~PolicySm() = default;
 void PolicySm::sourceIs(L2Rib::Source source, const InputTables& tables) {
     const bool hasWonBefore = inputs_.erase(source) > 0 || (awaited_ & source) != 0;
     inputs_[source] = std::make_unique<Input>(source, tables, rules_, objects_, [this] { kick(); });
+    inputs_[source]->admitPublished(*output_);
     awaited_ &= ~static_cast<std::uint32_t>(source);
     if (hasWonBefore) sweep(source);
     kick();
@@ -51,6 +52,7 @@ void PolicySm::takeOver(std::uint32_t awaitedSources) {
 
 void PolicySm::awaitedIs(std::uint32_t sources) {
     const std::uint32_t before = std::exchange(awaited_, sources);
+    if (sources == 0) displaced_.clear();
     if ((before & ~sources) != 0) sweep(before & ~sources);
 }
 
@@ -70,10 +72,10 @@ void PolicySm::enabledIs(bool enabled) {
     kick();
 }
 
-// Only where a source has won can the output change when its table is gone or whole again.
+// Where a source has won, and where it is in conflict, things change when its table is gone or whole again. A sweep
+// under way goes on to its end first.
 void PolicySm::sweep(std::uint32_t sources) {
-    swept_ |= sources;
-    sweep_ = output_->hosts().begin();
+    nextSwept_ |= sources;
     kick();
 }
 
@@ -84,14 +86,20 @@ void PolicySm::kick() {
 void PolicySm::onTime() {
     if (!enabled_) return;
     const Quil::Seconds end = clock().now() + quantum_;
-    try {
-        while (step()) {
-            if (clock().now() >= end) return wakeupTimeIs(clock().now());
-        }
-    } catch (const Quil::Exception& error) {
-        trace().log(1, [&] { return Quil::cat("the merge is interrupted: ", error.what()); });
-        wakeupTimeIs(clock().now() + retry);
+    while (step()) {
+        if (clock().now() >= end) return wakeupTimeIs(clock().now());
     }
+    scheduleRetries();
+}
+
+void PolicySm::scheduleRetries() {
+    Quil::Seconds next = Quil::never;
+    const auto consider = [&](Quil::Seconds at) {
+        if (at > clock().now()) next = std::min(next, at);
+    };
+    for (const Quil::Seconds at : {sweepRetryAt_, againRetryAt_, doomedRetryAt_}) consider(at);
+    for (const auto& [source, input] : inputs_) consider(input->retryAt);
+    if (next < wakeupTime()) wakeupTimeIs(next);
 }
 
 void PolicySm::settle() {
@@ -100,22 +108,36 @@ void PolicySm::settle() {
 }
 
 bool PolicySm::isSettled() const {
-    return !sweep_ && (awaited_ != 0 || !objects_.hasDoomed()) &&
+    return !sweep_ && nextSwept_ == 0 && again_.isEmpty() && (awaited_ != 0 || !objects_.canRemove()) &&
            std::all_of(inputs_.begin(), inputs_.end(), [](const auto& input) { return input.second->isSettled(); });
 }
 
 bool PolicySm::step() {
-    bool any = sweepStep() || walkStep();
+    const auto electKey = [this](const auto& key) { elect(key); };
+    bool any = sweepStep();
+    any = walkStep() || any;
     for (const auto& [source, input] : inputs_) any = stepOf(*input) || any;
-    return any || (awaited_ == 0 && objects_.removeDoomed());
+    attempt(againRetryAt_, [&] { any = again_.step(electKey) || any; });
+    attempt(doomedRetryAt_, [&] { any = (awaited_ == 0 && objects_.removeDoomed(!any)) || any; });
+    return any;
 }
 
 bool PolicySm::sweepStep() {
-    if (!sweep_) return false;
-    if ((sweep_->source() & swept_) && !isStillWalkedTo(sweep_)) elect(sweep_.key());
-    ++sweep_;
-    if (!sweep_) swept_ = 0;
-    return true;
+    if (!sweep_) {
+        if (nextSwept_ == 0) return false;
+        swept_ = std::exchange(nextSwept_, 0);
+        sweep_ = output_->hosts().begin();
+    }
+    return attempt(sweepRetryAt_, [&] {
+        if (!sweep_) return;
+        if (isDue(sweep_)) elect(sweep_.key());
+        ++sweep_;
+    });
+}
+
+bool PolicySm::isDue(const L2Rib::HostOutput::IteratorConst& at) const {
+    const bool isSwept = swept_ == L2Rib::sourceAll || (at->source() & swept_) != 0;
+    return (isSwept || mobility_.isConflict(at.key())) && !isStillWalkedTo(at);
 }
 
 // Whether a walk comes to this host, which is elected then.
@@ -136,9 +158,17 @@ bool PolicySm::walkStep() {
     }
     if (!first) return false;
     const Bridging::MacVlanPair key = first->key();
-    if (!attempt(walkRetryAt_, [&] { elect(key); })) return false;
+    bool isToBeTriedAgain = false;
+    try {
+        elect(key);
+    } catch (const Quil::Exception& error) {
+        trace().log(1, [&] { return Quil::cat("the merge of ", key, " is held up: ", error.what()); });
+        isToBeTriedAgain = true;
+    }
     for (const auto& [source, input] : inputs_) {
-        if (input->hosts().walk() && input->hosts().walk().key() == key) input->hosts().walkOn();
+        if (!input->hosts().walk() || !(input->hosts().walk().key() == key)) continue;
+        if (std::exchange(isToBeTriedAgain, false)) input->mark(key);
+        input->hosts().walkOn();
     }
     return true;
 }
@@ -152,7 +182,8 @@ bool PolicySm::stepOf(Input& input) {
 // False when it fails, and when it has failed a moment ago.
 template <class F>
 bool PolicySm::attempt(Quil::Seconds& retryAt, F&& run) {
-    if (clock().now() < retryAt) return false;
+    if (retryAt != 0 && clock().now() < retryAt) return false;
+    retryAt = 0;
     try {
         run();
         return true;
@@ -165,13 +196,14 @@ bool PolicySm::attempt(Quil::Seconds& retryAt, F&& run) {
 }
 
 void PolicySm::lookAgain(const Bridging::MacVlanPair& key) {
-    if (!inputs_.empty()) inputs_.begin()->second->mark(key);
+    again_.add(key);
+    kick();
 }
 
 void PolicySm::policyIs(const Policy& policy) {
     rules_ = policy;
     mobility_.rulesAre(policy.duplicates);
-    for (const auto& [source, input] : inputs_) input->rulesChanged();
+    for (const auto& [source, input] : inputs_) input->rulesChanged(*output_);
     sweep(L2Rib::sourceAll);
 }
 
@@ -196,13 +228,29 @@ void PolicySm::collectClaims(const Bridging::MacVlanPair& key, const L2Rib::Host
     }
     for (Candidate& claim : claims_) {
         const bool isLocalDynamic = isLocal(claim.host) && !isStatic(claim.host.entryType());
-        if (isEligible(claim) && isLocalDynamic) inputs_.at(claim.source)->raise(claim, remoteSeqNo, published);
+        if (!isEligible(claim) || !isLocalDynamic) continue;
+        inputs_.at(claim.source)->raise(claim, remoteSeqNo, leftBy(claim.source, key, published));
     }
     const bool isHeld = published && std::none_of(claims_.begin(), claims_.end(), isEligible);
     for (const auto& [source, input] : inputs_) {
         const bool stands = isHeld && published->source() == source && !input->isWhole();
         if (!(claimants & source) && !stands) input->forget(key);
     }
+}
+
+// What the output has of this source, or had before another source took the host while this one was awaited.
+const L2Rib::HostAndSource* PolicySm::leftBy(L2Rib::Source source, const Bridging::MacVlanPair& key,
+                                             const L2Rib::HostAndSource* published) const {
+    if (!displaced_.empty()) {
+        const auto left = displaced_.find(key);
+        if (left != displaced_.end() && left->second.source() == source) return &left->second;
+    }
+    return published;
+}
+
+void PolicySm::noteDisplaced(const L2Rib::HostAndSource& before) {
+    const bool isLocalDynamic = isLocal(before.host()) && !isStatic(before.host().entryType());
+    if ((before.source() & awaited_) && isLocalDynamic) displaced_.insert_or_assign(before.key(), before);
 }
 
 bool PolicySm::staysFrozen(const L2Rib::HostAndSource& published, const Candidate& winner) const {
@@ -223,6 +271,7 @@ void PolicySm::elect(const Bridging::MacVlanPair& key) {
     if (!result.winner) {
         if (!published || isRemembered(published->source())) return;
         output_->hostDel(key);
+        objects_.hostLeads({}, published->host().next());
         return mobility_.gone(key);
     }
     if (published && staysFrozen(*published, *result.winner)) return;
@@ -232,15 +281,21 @@ void PolicySm::elect(const Bridging::MacVlanPair& key) {
     if (published && isSameRow(*published, after)) return;
     trace().log(8, [&] { return Quil::cat("host ", key, " goes to ", after.source(), " by ", stepName(result.step)); });
     output_->hostIs(after);
+    objects_.hostLeads(after.host().next(), published ? published->host().next() : L2Rib::ObjTuple());
+    if (published) noteDisplaced(*published);
     mobility_.published(published, after);
 }
 
-PolicySm::Explanation PolicySm::explain(const Bridging::MacVlanPair& key) {
+PolicySm::Explanation PolicySm::explain(const Bridging::MacVlanPair& key) const {
     L2Rib::HostAndSource row;
     Explanation explanation;
     if (output_->host(key, row)) explanation.published = row;
-    collectClaims(key, explanation.published ? &row : nullptr);
-    explanation.claims = claims_;
+    for (const auto& [source, input] : inputs_) {
+        auto claim = input->peek(key);
+        if (!claim) continue;
+        input->peekRaised(*claim);
+        explanation.claims.push_back(*claim);
+    }
     std::sort(explanation.claims.begin(), explanation.claims.end(),
               [](const Candidate& a, const Candidate& b) { return compare(a, b).first < 0; });
     return explanation;

@@ -11,8 +11,9 @@
 // elsewhere.
 //
 // A row whose source is away, or fills its tables again, stands while nobody else has the host: a remembered row never
-// outvotes a present one. A host that is frozen, as a duplicate, stays with the source that has it and at the place
-// that it has, unless that leads nowhere any more or a static claim wins.
+// outvotes a present one. What stands in the table of such a source is present. A host that is frozen, as a duplicate,
+// stays with the source that has it and at the place that it has, unless that leads nowhere any more or a static claim
+// wins.
 //
 // Threads   Event-loop thread; elections are made from the clock.
 // Errors    What an output table throws holds up the source whose key it was for a second; then it is tried again.
@@ -65,7 +66,8 @@ class PolicySm : Quil::Clock::NotifieeConst {
         std::vector<Candidate> claims;  // the winner first; each wins against those behind it
         std::optional<L2Rib::HostAndSource> published;
     };
-    Explanation explain(const Bridging::MacVlanPair& key);
+    // As it stands: asking changes nothing.
+    Explanation explain(const Bridging::MacVlanPair& key) const;
     Mobility& mobility() { return mobility_; }
     const Mobility& mobility() const { return mobility_; }
     const SourceInput* input(L2Rib::Source source) const;  // null: none of it is merged
@@ -88,6 +90,8 @@ class PolicySm : Quil::Clock::NotifieeConst {
     bool sweepStep();
     bool walkStep();
     bool isStillWalkedTo(const L2Rib::HostOutput::IteratorConst& at) const;
+    bool isDue(const L2Rib::HostOutput::IteratorConst& at) const;
+    void scheduleRetries();
     void sweep(std::uint32_t sources);
     bool stepOf(Input& input);
     template <class F>
@@ -95,18 +99,24 @@ class PolicySm : Quil::Clock::NotifieeConst {
     void lookAgain(const Bridging::MacVlanPair& key);
     void elect(const Bridging::MacVlanPair& key);
     void collectClaims(const Bridging::MacVlanPair& key, const L2Rib::HostAndSource* published);
+    const L2Rib::HostAndSource* leftBy(L2Rib::Source source, const Bridging::MacVlanPair& key,
+                                       const L2Rib::HostAndSource* published) const;
+    void noteDisplaced(const L2Rib::HostAndSource& before);
     bool isRemembered(L2Rib::Source source) const;
     bool staysFrozen(const L2Rib::HostAndSource& published, const Candidate& winner) const;
 
     const Quil::Ptr<L2Rib::HostOutput> output_;
     ObjectOutputs& objects_;
     std::map<L2Rib::Source, std::unique_ptr<Input>> inputs_;
-    std::uint32_t swept_ = 0;    // the sources whose hosts in the output are elected again
-    std::uint32_t awaited_ = 0;  // whose hosts stand, though they are not here
+    std::uint32_t swept_ = 0, nextSwept_ = 0;  // the sources whose hosts in the output are elected again, and then
+    std::uint32_t awaited_ = 0;                // whose hosts stand, though they are not here
     L2Rib::HostOutput::IteratorConst sweep_;
     Policy rules_;
     Mobility mobility_;
-    Quil::Seconds walkRetryAt_ = 0;
+    // Local rows of awaited sources that another has taken: what sequence number they had.
+    std::unordered_map<Bridging::MacVlanPair, L2Rib::HostAndSource, L2Rib::HashOf<Bridging::MacVlanPair>> displaced_;
+    Round<Bridging::MacVlanPair> again_;
+    Quil::Seconds sweepRetryAt_ = 0, againRetryAt_ = 0, doomedRetryAt_ = 0;
     std::vector<Candidate> claims_;  // on the host at hand
     bool enabled_ = true;
     Quil::Seconds quantum_ = 0.01;

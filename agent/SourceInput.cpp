@@ -1,14 +1,8 @@
 #include "agent/SourceInput.h"
 
-#include <cmath>
+#include <algorithm>
 
 namespace Agent {
-namespace {
-
-double moveTime(const L2Rib::Host& host) { return std::isnan(host.lastMoveTime()) ? 0.0 : host.lastMoveTime(); }
-
-}  // namespace
-
 bool SourceInput::Stay::isAt(const L2Rib::Host& host) const {
     return since == moveTime(host) && intf == host.ciDest().intf() && destType == host.ciDest().destType();
 }
@@ -28,10 +22,20 @@ SourceInput::SourceInput(L2Rib::Source source, const InputTables& tables, const 
     quota_.limitIs(rules.quota(source));
 }
 
-void SourceInput::rulesChanged() {
-    if (quota_.limit() == rules_.quota(source_)) return;
-    quota_.limitIs(rules_.quota(source_));
+void SourceInput::rulesChanged(const L2Rib::HostOutput& output) {
+    const std::uint32_t limit = rules_.quota(source_), before = quota_.limit();
+    if (limit == before) return;
+    for (const auto& key : quota_.limitIs(limit)) hosts_.mark(key);
+    if (before != 0) return;
+    admitPublished(output);
     hosts_.walkAgain();
+}
+
+void SourceInput::admitPublished(const L2Rib::HostOutput& output) {
+    if (quota_.limit() == 0) return;
+    for (const auto& row : output.hosts()) {
+        if (row.source() == source_) quota_.admit(row.key());
+    }
 }
 
 void SourceInput::isWholeIs(bool isWhole) {
@@ -45,27 +49,43 @@ bool SourceInput::hasRow(const Key& key) const {
 }
 
 std::optional<Candidate> SourceInput::claim(const Key& key) {
-    using enum Candidate::Standing;
     L2Rib::Host host;
     if (!table_->host(key, host)) return std::nullopt;
-    const L2Rib::ObjTuple own = host.next(), next = graph_.hostNextIs(key, own);
+    graph_.hostNextIs(key, host.next());
+    quota_.admit(key);
+    return claimOf(host);
+}
+
+std::optional<Candidate> SourceInput::peek(const Key& key) const {
+    L2Rib::Host host;
+    return table_->host(key, host) ? std::optional(claimOf(host)) : std::nullopt;
+}
+
+Candidate SourceInput::claimOf(L2Rib::Host host) const {
+    using enum Candidate::Standing;
+    const L2Rib::ObjTuple own = host.next(), next = graph_.outputOf(own);
     const bool leadsSomewhere = own == L2Rib::ObjTuple() || !(next == L2Rib::ObjTuple());
     if (leadsSomewhere) host.nextIs(next);
     Candidate claim = candidateOf(source_, host, rules_, graph_.lowestVtep(own));
-    claim.standing = !quota_.admit(key) ? overQuota : leadsSomewhere ? eligible : waits;
+    claim.standing = !quota_.isAdmitted(host.key()) ? overQuota : leadsSomewhere ? eligible : waits;
     return claim;
 }
 
-void SourceInput::raise(Candidate& candidate, std::optional<std::uint32_t> remoteSeqNo,
+void SourceInput::raise(Candidate& claim, std::optional<std::uint32_t> remoteSeqNo,
                         const L2Rib::HostAndSource* published) {
-    L2Rib::Host& host = candidate.host;
-    const auto [at, isNew] = stays_.try_emplace(host.key());
+    const auto [at, isNew] = stays_.try_emplace(claim.host.key());
     Stay& stay = at->second;
-    if (isNew || !stay.isAt(host)) {
-        stay = stayOf(host);
-        stay.seqNo = seqNoOnArrival(host, remoteSeqNo, isNew, published);
+    if (isNew || !stay.isAt(claim.host)) {
+        stay = stayOf(claim.host);
+        stay.seqNo = seqNoOnArrival(claim.host, remoteSeqNo, isNew, published);
     }
-    host.seqNoIs(Keel::Seqno32(std::max(stay.seqNo, host.seqNo().value())));
+    peekRaised(claim);
+}
+
+void SourceInput::peekRaised(Candidate& claim) const {
+    const auto stay = stays_.find(claim.host.key());
+    if (stay == stays_.end() || !stay->second.isAt(claim.host)) return;
+    claim.host.seqNoIs(Keel::Seqno32(std::max(stay->second.seqNo, claim.host.seqNo().value())));
 }
 
 std::uint32_t SourceInput::seqNoOnArrival(const L2Rib::Host& host, std::optional<std::uint32_t> remoteSeqNo, bool isNew,

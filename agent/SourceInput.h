@@ -13,6 +13,7 @@
 #include <unordered_map>
 
 #include "L2Rib/HostInput.h"
+#include "L2Rib/HostOutput.h"
 #include "agent/Elect.h"
 #include "agent/ObjectGraph.h"
 #include "agent/Quota.h"
@@ -44,17 +45,23 @@ class SourceInput {
     // The host is to be looked at again.
     void mark(const Key& key) { hosts_.mark(key); }
     // The rules are other ones.
-    void rulesChanged();
+    void rulesChanged(const L2Rib::HostOutput& output);
+    // Of a source that may have only so many hosts, those that the output has come first.
+    void admitPublished(const L2Rib::HostOutput& output);
 
     bool isWhole() const { return isWhole_; }
     void isWholeIs(bool isWhole);
 
     bool hasRow(const Key& key) const;
-    // The claim on the host; none when there is no row.
+    // The claim on the host; none when there is no row. What it leads to is brought up, and its place taken.
     std::optional<Candidate> claim(const Key& key);
+    // The claim as it stands; changes nothing.
+    std::optional<Candidate> peek(const Key& key) const;
     // The claim, a local dynamic one, while others stand at up to this sequence number (none: there are no others) and
     // the output has this row (null: none) for the host.
-    void raise(Candidate& candidate, std::optional<std::uint32_t> remoteSeqNo, const L2Rib::HostAndSource* published);
+    void raise(Candidate& claim, std::optional<std::uint32_t> remoteSeqNo, const L2Rib::HostAndSource* published);
+    // To what it was raised.
+    void peekRaised(Candidate& claim) const;
     // There is no row any more, and the output does not carry it on.
     void forget(const Key& key);
 
@@ -72,6 +79,7 @@ class SourceInput {
         std::uint32_t seqNo;
         bool isAt(const L2Rib::Host& host) const;
     };
+    Candidate claimOf(L2Rib::Host host) const;
     static Stay stayOf(const L2Rib::Host& host);
     std::uint32_t seqNoOnArrival(const L2Rib::Host& host, std::optional<std::uint32_t> remoteSeqNo, bool isNew,
                                  const L2Rib::HostAndSource* published) const;

@@ -34,8 +34,7 @@ void SourceMounts::review(Follower& follower) {
         floods_.isWholeIs(entry.name(), isWhole);
     }
     if (!isWhole) return;
-    const bool isAsMounted = follower.source == entry.source() && follower.hostPath == entry.hostTableMemtabPath();
-    if (follower.isMounted() && isAsMounted) return;
+    if (follower.isMounted() && follower.source == entry.source() && follower.said == saidBy(entry)) return;
     const L2Rib::Source before = follower.source;
     unmount(follower);
     try {
@@ -51,7 +50,7 @@ void SourceMounts::mount(Follower& follower) {
     const auto& entry = *follower.notifier();
     const InputTables tables = mountTables(follower);
     follower.source = entry.source();
-    follower.hostPath = entry.hostTableMemtabPath();
+    follower.said = saidBy(entry);
     policy_.sourceIs(follower.source, tables);
     floods_.sourceIs(notifier()->source(entry.name()));
     report_(Quil::cat("source ", entry.name(), " is merged: ", entry.source()));
@@ -65,6 +64,12 @@ void SourceMounts::unmount(Follower& follower) {
     unmountTables(follower);
     follower.source = L2Rib::sourceNone;
     onChange_();
+}
+
+std::vector<Quil::String> SourceMounts::saidBy(const L2Rib::SourceDirEntry& entry) {
+    if (!entry.multiTable()) return {entry.hostTableMemtabPath()};
+    return {entry.hostTableMemtabPath(), entry.lbTableMemtabPath(), entry.labelTableMemtabPath(),
+            entry.destTableMemtabPath()};
 }
 
 InputTables SourceMounts::mountTables(Follower& follower) {

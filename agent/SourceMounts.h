@@ -38,10 +38,13 @@ class SourceMounts : L2Rib::AgentSourceDir::NotifieeConst {
         void onInitialized() override { mounts.review(*this); }
         void onSource() override { mounts.review(*this); }
         void onHostTableMemtabPath() override { mounts.review(*this); }
+        void onLbTableMemtabPath() override { mounts.review(*this); }
+        void onLabelTableMemtabPath() override { mounts.review(*this); }
+        void onDestTableMemtabPath() override { mounts.review(*this); }
         bool isMounted() const { return !mounted.empty(); }
         // What is mounted at present.
         L2Rib::Source source = L2Rib::sourceNone;
-        Quil::String hostPath;
+        std::vector<Quil::String> said;  // the paths, as the entry had them
         std::vector<Place> mounted;
     };
 
@@ -55,6 +58,7 @@ class SourceMounts : L2Rib::AgentSourceDir::NotifieeConst {
     void reviewWaiting(L2Rib::Source source);
     InputTables mountTables(Follower& follower);
     void unmountTables(Follower& follower);
+    static std::vector<Quil::String> saidBy(const L2Rib::SourceDirEntry& entry);
     static Place placeOf(const Quil::String& memtabPath, const char* collection);
 
     Corestore::EntityManager& em_;

@@ -52,7 +52,7 @@ bool AnswerSocket::serve(const Client& client) const {
 Json AnswerSocket::answerTo(const Quil::String& question, bool isOwner) const {
     try {
         return answer_(parseJson(question), isOwner);
-    } catch (const Quil::RangeException& error) {
+    } catch (const Quil::Exception& error) {
         return {{"error", error.what()}};
     }
 }

@@ -49,7 +49,7 @@ Json Answers::operator()(const Json& question, bool isOwner) {
     return answer;
 }
 
-Json Answers::explain(const Bridging::MacVlanPair& key) {
+Json Answers::explain(const Bridging::MacVlanPair& key) const {
     const auto explanation = policy_.explain(key);
     const auto& claims = explanation.claims;
     Json list = Json::array();
@@ -62,7 +62,7 @@ Json Answers::explain(const Bridging::MacVlanPair& key) {
     return answer;
 }
 
-Quil::String Answers::flags(const Bridging::MacVlanPair& key) { return flags(key, policy_.explain(key)); }
+Quil::String Answers::flags(const Bridging::MacVlanPair& key) const { return flags(key, policy_.explain(key)); }
 
 Quil::String Answers::flags(const Bridging::MacVlanPair& key, const Agent::PolicySm::Explanation& explanation) const {
     const auto& published = explanation.published;

@@ -23,10 +23,10 @@ class Answers {
     Apps::Json operator()(const Apps::Json& question, bool isOwner);
 
  private:
-    Apps::Json explain(const Bridging::MacVlanPair& key);
+    Apps::Json explain(const Bridging::MacVlanPair& key) const;
     Apps::Json counts() const;
     void clear(const Apps::Json& key);
-    Quil::String flags(const Bridging::MacVlanPair& key);
+    Quil::String flags(const Bridging::MacVlanPair& key) const;
     Quil::String flags(const Bridging::MacVlanPair& key, const Agent::PolicySm::Explanation& explanation) const;
 
     Agent::PolicySm& policy_;

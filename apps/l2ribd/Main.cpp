@@ -1,5 +1,5 @@
 // l2ribd: the agent. Finds the sources that announce themselves under the root, merges what they say, and publishes the
-// output host table, the merged flood sets and its own state, until SIGTERM or SIGINT. With --fdb it runs the producer
+// four output tables, the merged flood sets and its own state, until SIGTERM or SIGINT. With --fdb it runs the producer
 // of the Linux forwarding tables in its own process.
 #include <csignal>
 #include <iostream>
@@ -61,6 +61,8 @@ class Agentd : L2Rib::Config::NotifieeConst {
             if (producer) producer->withdraw();
             return say("ends before it was ready");
         }
+        // Once more: the producers have said by now how they call their interfaces.
+        if (!options_.policy.empty()) policy_.policyIs(readPolicy(options_.policy, options_.root));
         mountOutput();
         const Shown shown(*this);
         const auto hosts = outputs_.hosts()->hosts();
@@ -73,7 +75,7 @@ class Agentd : L2Rib::Config::NotifieeConst {
     }
 
  private:
-    // What other processes see of the agent beside the output table. Not before that is mounted: only one agent can.
+    // What other processes see of the agent beside the output tables. Not before that is mounted: only one agent can.
     struct Shown {
         Quil::AttrLogSource sources, floodSets, status, config;
         Apps::AnswerSocket questions;

@@ -30,7 +30,7 @@ void Outputs::mount(Start start, bool isEnabled, Agent::PolicySm& policy, Quil::
     const bool keeps = (start == Start::warm && isKnown) || !isEnabled;
     const bool isWarm = mountAll(keeps);
     policy_ = &policy;
-    if (keeps) objects_.takeOver(state_.reserved);
+    if (keeps) objects_.takeOver(state_.reserved, *hosts_);
     policy.takeOver(isWarm ? state_.sources : 0);
     if (isWarm) report_("goes on with the output tables that are there");
     if (policy.awaited() != 0) wakeupTimeIs(clock().now() + hold);
@@ -65,8 +65,8 @@ void Outputs::onTime() {
     if (const std::uint32_t away = policy_->awaited(); away != 0) {
         report_(Quil::cat("not back after a restart of the agent: ", Apps::sourceNames(away),
                           "; what they said is withdrawn"));
-        policy_->awaitedIs(0);
     }
+    policy_->awaitedIs(0);
     sourcesChanged();
 }
 

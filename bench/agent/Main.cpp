@@ -137,7 +137,7 @@ void merge(const std::string& root, const Shape& shape, bool goesOn, Told& told)
     const double heap = static_cast<double>(mallinfo2().uordblks), filled = nanoseconds();
     Agent::PolicySm policy(loop.clock(), output, objects);
     if (goesOn) {
-        objects.takeOver({});
+        objects.takeOver({}, *output);
         policy.takeOver(0);
     }
     for (std::uint32_t s = 0; s < shape.sources; ++s) policy.sourceIs(sources[s], inputs[s].tables);

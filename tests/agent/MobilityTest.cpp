@@ -155,10 +155,19 @@ TEST_F(MobilityTest, StaticAgainstDynamicIsCountedAndSaidOncePerInterval) {
         EXPECT_EQ(state(), "port 1");
     }
     EXPECT_EQ(policy.mobility().conflictsSeen(), 3u);
+    vtepIs(9, 9);
+    policy.sourceDel(sourceBgp);  // the one who loses goes as a whole
+    passes(0);
+    EXPECT_EQ(state(), "port 1");
+    policy.sourceIs(sourceBgp, {bgp, {}});
+    passes(0);
+    EXPECT_EQ(state(), "port 1 C");
+    bgp->hostDel(test::keyOf(1));
+    passes(0);
     EXPECT_EQ(said.size(), 1u);
     passes(60);
     ASSERT_EQ(said.size(), 2u);
-    EXPECT_EQ(said[1].find("2 more since then, the last: host "), 0u);
+    EXPECT_EQ(said[1].find("4 more since then, the last: host "), 0u);
     vtepIs(9, 1, fixed);
     EXPECT_EQ(state(), "port 1");  // both say static
     passes(1000);
@@ -179,6 +188,23 @@ TEST_F(MobilityTest, HostsOverTheQuotaWait) {
     EXPECT_EQ(state(2), "none");
     EXPECT_EQ(state(4), "port 7");
     EXPECT_NE(state(3), state(5));
+    // Who has a place keeps it, over another limit and over a restart of the agent.
+    rules.quotas[sourceLocalDynamic] = 3;
+    policy.policyIs(rules);
+    passes(0);
+    EXPECT_EQ(state(4) + state(3) + state(5), "port 7port 1port 1");
+    rules.quotas[sourceLocalDynamic] = 2;
+    policy.policyIs(rules);
+    passes(0);
+    const std::string two = state(3) + state(4) + state(5);
+    {
+        PolicySm again(clock, output, objects);
+        again.policyIs(rules);
+        again.takeOver(0);
+        again.sourceIs(sourceLocalDynamic, {ports, {}});
+        again.settle();
+        EXPECT_EQ(state(3) + state(4) + state(5), two);
+    }
     rules.quotas.clear();
     policy.policyIs(rules);
     passes(0);
@@ -200,7 +226,17 @@ TEST_F(MobilityTest, ARaisedSequenceNumberIsTakenOver) {
     again.sourceIs(sourceBgp, {bgp, {}});
     again.sourceIs(sourceLocalDynamic, {ports, {}});
     again.settle();
-    EXPECT_EQ(output->host(test::keyOf(1)).source(), sourceLocalDynamic);
+    EXPECT_EQ(state(), "port 1");
+    EXPECT_EQ(output->host(test::keyOf(1)).host().seqNo(), Keel::Seqno32(6));
+    // Also when the others are back before it.
+    PolicySm third(clock, output, objects);
+    third.takeOver(sourceLocalDynamic | sourceBgp);
+    third.sourceIs(sourceBgp, {bgp, {}});
+    third.settle();
+    EXPECT_EQ(state(), "bgp 5");  // a remembered row does not outvote a present one
+    third.sourceIs(sourceLocalDynamic, {ports, {}});
+    third.settle();
+    EXPECT_EQ(state(), "port 1");
     EXPECT_EQ(output->host(test::keyOf(1)).host().seqNo(), Keel::Seqno32(6));
 }
 

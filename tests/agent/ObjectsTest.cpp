@@ -218,7 +218,7 @@ TEST_F(ObjectsTest, WhatAnEarlierProcessLeftIsTakenOver) {
         newer.sourceOtasIs({dest(3), sourceBgp});
         now.dests()->recordIs(older), now.dests()->recordIs(newer);
         for (const auto& row : output->records()) outputNow->recordIs(row);
-        now.takeOver({.lb = 100, .label = 200, .dest = 300});
+        now.takeOver({.lb = 100, .label = 200, .dest = 1002}, *outputNow);
         Counter told;
         told.HostOutput::NotifieeConst::notifierIs(outputNow);
         PolicySm again(clock, outputNow, now);
@@ -245,6 +245,46 @@ TEST_F(ObjectsTest, WhatAnEarlierProcessLeftIsTakenOver) {
         }
         EXPECT_TRUE(again.isSettled());
     }
+}
+
+// What cannot be written is tried again, holds up no other source, and leaves nothing behind.
+TEST_F(ObjectsTest, AFailureIsMadeUpFor) {
+    bool fails = true;
+    ObjectOutputs failing(policySmStatusFactory("status"), [&](const Identifiers&) {
+        if (fails) throw Quil::SystemException("no space");
+    });
+    auto mended = hostOutputFactory("mended");
+    PolicySm merge(clock, mended, failing);
+    InputTables other{hostInputFactory("mlag"), {}};
+    merge.sourceIs(sourceBgp, tables);
+    merge.sourceIs(sourceMlag, other);
+    const auto isThere = [&](std::uint32_t n) {
+        HostAndSource row;
+        return mended->host(test::keyOf(n), row);
+    };
+    destIs(1);
+    lbIs(7, {dest(1)});
+    for (const std::uint32_t n : {1u, 2u, 3u}) hostIs(n, lb(7));
+    clock->run();
+    other.hosts->hostIs(Host(test::keyOf(9)));
+    clock->run();
+    EXPECT_TRUE(isThere(9) && !isThere(1));
+    tables.hosts->hostDel(test::keyOf(1));
+    hostIs(2, dest(1));
+    clock->run();
+    fails = false;
+    for (int i = 0; i < 3; ++i) {
+        clock->nowIs(clock->now() + 1);
+        clock->run();
+    }
+    EXPECT_TRUE(isThere(2) && isThere(3) && !isThere(1));
+    EXPECT_TRUE(merge.isSettled());
+    tables.hosts->hostDelAll();
+    tables.objects.loadBalances->lbDelAll();
+    tables.objects.dests->destDelAll();
+    merge.settle();
+    EXPECT_TRUE(failing.loadBalances()->records().begin() == failing.loadBalances()->records().end());
+    EXPECT_TRUE(failing.dests()->records().begin() == failing.dests()->records().end());
 }
 
 // Against the plain reading of the tables: an object resolves when it does not lead back to itself and leads somewhere.
