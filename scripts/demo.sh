@@ -178,6 +178,20 @@ host 3 ip link set eth0 address 02:aa:aa:aa:aa:01
 host 3 ping -c1 -W1 192.0.2.2 >/dev/null || true
 eventually monitored 'update 10 02:aa:aa:aa:aa:01 local-dynamic p3'
 shown l2rib host show mac 02:aa:aa:aa:aa:01
+shown l2rib host explain vlan 10 mac 02:aa:aa:aa:aa:01
+
+if sw ip nexthop add id 1 via 10.0.0.2 fdb 2>/dev/null; then
+    say "host 02:bb:bb:bb:bb:09 is behind two VTEPs: a group of next hops here, a load-balance group in the tables"
+    sw ip nexthop add id 2 via 10.0.0.3 fdb
+    sw ip nexthop add id 10 group 1/2 fdb
+    sw bridge fdb add 02:bb:bb:bb:bb:09 dev vx100 self extern_learn nhid 10
+    eventually monitored 'add 10 02:bb:bb:bb:bb:09'
+    shown l2rib lb show -d
+    sw ip nexthop replace id 10 group 2 fdb
+    one_left() { l2rib host show mac 02:bb:bb:bb:bb:09 | grep -q '{10.0.0.3}'; }
+    eventually one_left
+    shown l2rib host show mac 02:bb:bb:bb:bb:09
+fi
 
 say "host 02:aa:aa:aa:aa:02 is removed"
 sw bridge fdb del 02:aa:aa:aa:aa:02 dev p2 master
