@@ -70,7 +70,7 @@ class Programmer : public L2Rib::L2RibClientSm {
     };
 
     static Quil::String devicesSetting() {
-        const Quil::String devices = Plugins::setting("L2RIB_KERNEL_FDB");
+        Quil::String devices = Plugins::setting("L2RIB_KERNEL_FDB");
         if (devices.empty()) throw Quil::RangeException("is not set: the VXLAN devices to program", "L2RIB_KERNEL_FDB");
         return devices;
     }
