@@ -37,6 +37,7 @@
 #include "L2Rib/ObjTupleAndSource.h"
 #include "L2Rib/ObjTupleManager.h"
 #include "L2Rib/ObjTupleSet.h"
+#include "L2Rib/OutputObjects.h"
 #include "L2Rib/Plugin/Context.h"
 #include "L2Rib/Plugin/Loader.h"
 #include "L2Rib/Source.h"

@@ -148,9 +148,10 @@ void OutputObjects::changed(const ObjTuple& tuple) {
         todo.pop_back();
         const auto node = nodes_.find(at);
         if (node == nodes_.end() || !seen.insert(at).second) continue;
-        walkHosts(at, node->second);
+        walks_.add(at, node->second);
         todo.insert(todo.end(), node->second.parents.begin(), node->second.parents.end());
     }
+    if (!walks_.isEmpty() && wakeupTime() > clock().now()) wakeupTimeIs(clock().now());
 }
 
 // Mounted, or mounted again: any of them may be another one.
@@ -160,36 +161,11 @@ void OutputObjects::changedAll() {
     for (const ObjTuple& tuple : all) changed(tuple);
 }
 
-void OutputObjects::walkHosts(const ObjTuple& tuple, Node& node) {
-    if (node.hosts.empty() || std::exchange(node.isWalkQueued, true)) return;
-    walks_.push_back({tuple, {}, false});
-    if (wakeupTime() > clock().now()) wakeupTimeIs(clock().now());
-}
-
 void OutputObjects::onTime() {
     const Quil::Seconds end = clock().now() + quantum;
-    while (walkStep()) {
+    while (walks_.step(nodes_, onHost_)) {
         if (clock().now() >= end) return wakeupTimeIs(clock().now());
     }
-}
-
-bool OutputObjects::walkStep() {
-    if (walks_.empty()) return false;
-    HostWalk& walk = walks_.front();
-    const auto node = nodes_.find(walk.tuple);
-    if (node != nodes_.end()) {
-        const auto& hosts = node->second.hosts;
-        if (!walk.hasBegun) node->second.isWalkQueued = false;
-        const auto next = walk.hasBegun ? hosts.upper_bound(walk.last) : hosts.begin();
-        if (next != hosts.end()) {
-            const HostKey host = walk.last = *next;
-            walk.hasBegun = true;
-            onHost_(host);
-            return true;
-        }
-    }
-    walks_.pop_front();
-    return true;
 }
 
 }  // namespace L2Rib

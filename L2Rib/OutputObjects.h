@@ -13,7 +13,6 @@
 // Errors    What the tables lack, or what leads in a circle, leads nowhere.
 #pragma once
 
-#include <deque>
 #include <functional>
 #include <map>
 #include <set>
@@ -24,6 +23,7 @@
 #include "Corestore/EntityManager.h"
 #include "L2Rib/DestOutput.h"
 #include "L2Rib/Hash.h"
+#include "L2Rib/HostWalks.h"
 #include "L2Rib/LabelOutput.h"
 #include "L2Rib/LoadBalanceOutput.h"
 
@@ -57,26 +57,17 @@ class L2RIB_EXPORT OutputObjects : Quil::Clock::NotifieeConst {
     template <class Output>
     struct Watcher;
     // An object that a host leads to, directly or not.
-    struct Node {
+    struct Node : WalkedHosts {
         std::vector<ObjTuple> next;  // as last seen
         std::set<ObjTuple> parents;
-        std::set<HostKey> hosts;
-        bool isWalkQueued = false;
-    };
-    struct HostWalk {
-        ObjTuple tuple;
-        HostKey last;
-        bool hasBegun = false;
     };
 
     void onTime() override;
-    bool walkStep();
     void changed(const ObjTuple& tuple);
     void changedAll();
     Node& nodeIs(const ObjTuple& tuple);
     void relink(const ObjTuple& tuple);
     void releaseIfUnused(const ObjTuple& tuple);
-    void walkHosts(const ObjTuple& tuple, Node& node);
 
     const std::function<void(const HostKey&)> onHost_;
     const Quil::Ptr<LoadBalanceOutput> loadBalances_;
@@ -84,7 +75,7 @@ class L2RIB_EXPORT OutputObjects : Quil::Clock::NotifieeConst {
     const Quil::Ptr<DestOutput> dests_;
     std::map<ObjTuple, Node> nodes_;
     std::unordered_map<HostKey, ObjTuple, HashOf<HostKey>> hostNext_;
-    std::deque<HostWalk> walks_;
+    HostWalks walks_;
     std::unique_ptr<Watcher<LoadBalanceOutput>> lbWatcher_;
     std::unique_ptr<Watcher<LabelOutput>> labelWatcher_;
     std::unique_ptr<Watcher<DestOutput>> destWatcher_;

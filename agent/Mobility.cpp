@@ -27,22 +27,22 @@ void Mobility::rulesAre(const DuplicateRules& rules) {
     clearAll();
 }
 
-void Mobility::published(const L2Rib::HostAndSource* before, const L2Rib::HostAndSource& now) {
+void Mobility::published(const L2Rib::HostAndSource* before, const L2Rib::HostAndSource& now, bool hasMoved) {
     const Key key = now.key();
     const auto known = histories_.find(key);
     if (known != histories_.end()) {
         History& history = known->second;
         if (std::exchange(history.isGone, false)) schedule(history, key);
-        if (!isSamePlace(history.last.back().to.host(), now.host())) note(history, key, now);
+        if (!isSamePlace(history.last.back().to.host(), now.host())) note(history, key, now, hasMoved);
     } else if (before && !isSamePlace(before->host(), now.host())) {
         History& history = histories_[key];
         history.before = *before;
         history.firstSource = before->source();
-        note(history, key, now);
+        note(history, key, now, hasMoved);
     }
 }
 
-void Mobility::note(History& history, const Key& key, const L2Rib::HostAndSource& now) {
+void Mobility::note(History& history, const Key& key, const L2Rib::HostAndSource& now, bool hasMoved) {
     if (history.last.size() == maxKept) {
         history.before = history.last.front().to;
         history.last.erase(history.last.begin());
@@ -50,7 +50,7 @@ void Mobility::note(History& history, const Key& key, const L2Rib::HostAndSource
     history.last.push_back({clock().now(), now});
     ++history.moves;
     ++movesSeen_;
-    detect(history, key);
+    if (hasMoved) detect(history, key);
 }
 
 void Mobility::detect(History& history, const Key& key) {

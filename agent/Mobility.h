@@ -51,8 +51,9 @@ class Mobility : Quil::Clock::NotifieeConst {
     ~Mobility() override;
 
     void rulesAre(const DuplicateRules& rules);
-    // The host's row is this now; before: the one it had, or null.
-    void published(const L2Rib::HostAndSource* before, const L2Rib::HostAndSource& now);
+    // The host's row is this now; before: the one it had, or null. hasMoved: it is the host that has moved, not a
+    // source that came or went, or a rule that was changed; only that makes it a duplicate.
+    void published(const L2Rib::HostAndSource* before, const L2Rib::HostAndSource& now, bool hasMoved = true);
     void gone(const Key& key);
     // Whether static and dynamic claims on the host lead to different places.
     void conflictIs(const Key& key, bool isConflict);
@@ -70,7 +71,7 @@ class Mobility : Quil::Clock::NotifieeConst {
 
  private:
     void onTime() override;
-    void note(History& history, const Key& key, const L2Rib::HostAndSource& now);
+    void note(History& history, const Key& key, const L2Rib::HostAndSource& now, bool hasMoved);
     void detect(History& history, const Key& key);
     void release(History& history, const Key& key);
     void expire(const Key& key);

@@ -65,7 +65,7 @@ void ObjectGraph::changed(const ObjTuple& tuple) {
 }
 
 bool ObjectGraph::isSettled() const {
-    return toLoad_.isEmpty() && toEvaluate_.isEmpty() && toReview_.isEmpty() && walks_.empty() &&
+    return toLoad_.isEmpty() && toEvaluate_.isEmpty() && toReview_.isEmpty() && walks_.isEmpty() &&
            loadBalances_.isEmpty() && labels_.isEmpty() && dests_.isEmpty();
 }
 
@@ -79,7 +79,7 @@ bool ObjectGraph::step() {
         load(tuple);
         loadNow();
     };
-    return dests_.step(take) || labels_.step(take) || loadBalances_.step(take) || walkStep();
+    return dests_.step(take) || labels_.step(take) || loadBalances_.step(take) || walks_.step(nodes_, onHost_);
 }
 
 bool ObjectGraph::loadStep() {
@@ -90,8 +90,12 @@ bool ObjectGraph::loadStep() {
 // What a reference has brought up, and what that leads to, so that a host whose objects are there is not held up. The
 // rest of a long chain is left to the steps.
 void ObjectGraph::loadNow() {
-    for (int i = 0; i < loadedAtOnce && !toLoad_.isEmpty(); ++i) loadStep();
-    for (int i = 0; i < loadedAtOnce && toLoad_.isEmpty() && !toEvaluate_.isEmpty(); ++i) loadStep();
+    try {
+        for (int i = 0; i < loadedAtOnce && !toLoad_.isEmpty(); ++i) loadStep();
+        for (int i = 0; i < loadedAtOnce && toLoad_.isEmpty() && !toEvaluate_.isEmpty(); ++i) loadStep();
+    } catch (const Quil::Exception&) {
+        kick_();  // it may be another's object that fails: the steps try it again, and say so
+    }
 }
 
 ObjectGraph::Node& ObjectGraph::nodeIs(const ObjTuple& tuple) {
@@ -231,7 +235,7 @@ void ObjectGraph::evaluate(const ObjTuple& tuple) {
     node.lowestVtep = vtep;
     if (isOther) {
         toEvaluate_.addAll(node.parents);
-        walkHosts(tuple, node);
+        walks_.add(tuple, node);
     }
     kick_();
     releaseIfUnused(tuple);
@@ -284,30 +288,6 @@ void ObjectGraph::releaseIfUnused(const ObjTuple& tuple) {
     outputs_.release(node.output);
     refused_.erase(tuple);
     nodes_.erase(at);
-}
-
-void ObjectGraph::walkHosts(const ObjTuple& tuple, Node& node) {
-    if (node.hosts.empty() || std::exchange(node.isWalkQueued, true)) return;
-    walks_.push_back({tuple, {}, false});
-}
-
-bool ObjectGraph::walkStep() {
-    if (walks_.empty()) return false;
-    HostWalk& walk = walks_.front();
-    const auto found = nodes_.find(walk.tuple);
-    if (found != nodes_.end()) {
-        Node& node = found->second;
-        if (!walk.hasBegun) node.isWalkQueued = false;
-        const auto next = walk.hasBegun ? node.hosts.upper_bound(walk.last) : node.hosts.begin();
-        if (next != node.hosts.end()) {
-            walk.last = *next;
-            walk.hasBegun = true;
-            onHost_(walk.last);
-            return true;
-        }
-    }
-    walks_.pop_front();
-    return true;
 }
 
 }  // namespace Agent

@@ -11,7 +11,6 @@
 // Threads   Event-loop thread. Each step does a bounded amount of work, whatever the number of hosts behind an object.
 #pragma once
 
-#include <deque>
 #include <map>
 #include <memory>
 #include <unordered_map>
@@ -19,6 +18,7 @@
 
 #include "Bridging/MacVlanPair.h"
 #include "L2Rib/DestTable.h"
+#include "L2Rib/HostWalks.h"
 #include "L2Rib/LabelTable.h"
 #include "L2Rib/LoadBalanceTable.h"
 #include "agent/Backlog.h"
@@ -61,21 +61,14 @@ class ObjectGraph {
     std::size_t numWaitingHosts() const;  // those whose next does not resolve
 
  private:
-    struct Node {
+    struct Node : L2Rib::WalkedHosts {
         L2Rib::ObjTuple output;
         bool isPresent = false, isRefused = false, resolves = false;
-        bool isWalkQueued = false;
         Lanx::IpGenAddr lowestVtep;         // while it resolves
         std::vector<L2Rib::ObjTuple> next;  // of a group, by position; of a label, one
         Lanx::MplsLabel label;
         L2Rib::Dest dest;
         std::set<L2Rib::ObjTuple> parents;
-        std::set<HostKey> hosts;
-    };
-    struct HostWalk {  // over the hosts of a node that is to be seen otherwise
-        L2Rib::ObjTuple tuple;
-        HostKey last;
-        bool hasBegun = false;
     };
     static constexpr int loadedAtOnce = 64;
     static constexpr std::size_t maxReach = 1024;  // objects behind one; more are refused as if they were a circle
@@ -95,12 +88,10 @@ class ObjectGraph {
     Reach reachOf(const L2Rib::ObjTuple& tuple) const;
     bool leadsSomewhere(const L2Rib::ObjTuple& tuple, const Node& node) const;
     Lanx::IpGenAddr lowestVtepBehind(const L2Rib::ObjTuple& tuple, const Node& node) const;
-    void walkHosts(const L2Rib::ObjTuple& tuple, Node& node);
     void evaluate(const L2Rib::ObjTuple& tuple);
     void refusedIs(const L2Rib::ObjTuple& tuple, Node& node, bool isRefused);
     void write(const L2Rib::ObjTuple& tuple, const Node& node);
     void releaseIfUnused(const L2Rib::ObjTuple& tuple);
-    bool walkStep();
 
     const L2Rib::Source source_;
     const ObjectTables tables_;
@@ -114,7 +105,7 @@ class ObjectGraph {
     Round<L2Rib::ObjTuple> toEvaluate_;
     Round<L2Rib::ObjTuple> toReview_;  // the same, for circles
     std::set<L2Rib::ObjTuple> refused_;
-    std::deque<HostWalk> walks_;
+    L2Rib::HostWalks walks_;  // over the hosts of nodes that are to be seen otherwise
     Backlog<L2Rib::LoadBalanceTable> loadBalances_;
     Backlog<L2Rib::LabelTable> labels_;
     Backlog<L2Rib::DestTable> dests_;

@@ -95,10 +95,13 @@ void PolicySm::onTime() {
 void PolicySm::scheduleRetries() {
     Quil::Seconds next = Quil::never;
     const auto consider = [&](Quil::Seconds at) {
-        if (at > clock().now()) next = std::min(next, at);
+        if (at != 0) next = std::min(next, at);
     };
     for (const Quil::Seconds at : {sweepRetryAt_, againRetryAt_, doomedRetryAt_}) consider(at);
-    for (const auto& [source, input] : inputs_) consider(input->retryAt);
+    for (const auto& [source, input] : inputs_) {
+        consider(input->objectsRetryAt);
+        consider(input->hostsRetryAt);
+    }
     if (next < wakeupTime()) wakeupTimeIs(next);
 }
 
@@ -130,7 +133,7 @@ bool PolicySm::sweepStep() {
     }
     return attempt(sweepRetryAt_, [&] {
         if (!sweep_) return;
-        if (isDue(sweep_)) elect(sweep_.key());
+        if (isDue(sweep_)) reelect(sweep_.key());
         ++sweep_;
     });
 }
@@ -160,7 +163,7 @@ bool PolicySm::walkStep() {
     const Bridging::MacVlanPair key = first->key();
     bool isToBeTriedAgain = false;
     try {
-        elect(key);
+        reelect(key);
     } catch (const Quil::Exception& error) {
         trace().log(1, [&] { return Quil::cat("the merge of ", key, " is held up: ", error.what()); });
         isToBeTriedAgain = true;
@@ -175,7 +178,8 @@ bool PolicySm::walkStep() {
 
 bool PolicySm::stepOf(Input& input) {
     bool any = false;
-    attempt(input.retryAt, [&] { any = input.step([this](const auto& key) { elect(key); }); });
+    attempt(input.objectsRetryAt, [&] { any = input.stepObjects(); });
+    attempt(input.hostsRetryAt, [&] { any = input.stepHosts([this](const auto& key) { elect(key); }) || any; });
     return any;
 }
 
@@ -262,6 +266,13 @@ bool PolicySm::staysFrozen(const L2Rib::HostAndSource& published, const Candidat
     });
 }
 
+// Not because the host has moved.
+void PolicySm::reelect(const Bridging::MacVlanPair& key) {
+    isReelecting_ = true;
+    const std::unique_ptr<bool, void (*)(bool*)> ends(&isReelecting_, [](bool* flag) { *flag = false; });
+    elect(key);
+}
+
 void PolicySm::elect(const Bridging::MacVlanPair& key) {
     L2Rib::HostAndSource before;
     const L2Rib::HostAndSource* published = output_->host(key, before) ? &before : nullptr;
@@ -283,7 +294,7 @@ void PolicySm::elect(const Bridging::MacVlanPair& key) {
     output_->hostIs(after);
     objects_.hostLeads(after.host().next(), published ? published->host().next() : L2Rib::ObjTuple());
     if (published) noteDisplaced(*published);
-    mobility_.published(published, after);
+    mobility_.published(published, after, !isReelecting_);
 }
 
 PolicySm::Explanation PolicySm::explain(const Bridging::MacVlanPair& key) const {

@@ -81,7 +81,7 @@ class PolicySm : Quil::Clock::NotifieeConst {
 
     struct Input : SourceInput {
         using SourceInput::SourceInput;
-        Quil::Seconds retryAt = 0;
+        Quil::Seconds objectsRetryAt = 0, hostsRetryAt = 0;
     };
 
     void onTime() override;
@@ -97,6 +97,7 @@ class PolicySm : Quil::Clock::NotifieeConst {
     template <class F>
     bool attempt(Quil::Seconds& retryAt, F&& run);
     void lookAgain(const Bridging::MacVlanPair& key);
+    void reelect(const Bridging::MacVlanPair& key);
     void elect(const Bridging::MacVlanPair& key);
     void collectClaims(const Bridging::MacVlanPair& key, const L2Rib::HostAndSource* published);
     const L2Rib::HostAndSource* leftBy(L2Rib::Source source, const Bridging::MacVlanPair& key,
@@ -118,6 +119,7 @@ class PolicySm : Quil::Clock::NotifieeConst {
     Round<Bridging::MacVlanPair> again_;
     Quil::Seconds sweepRetryAt_ = 0, againRetryAt_ = 0, doomedRetryAt_ = 0;
     std::vector<Candidate> claims_;  // on the host at hand
+    bool isReelecting_ = false;
     bool enabled_ = true;
     Quil::Seconds quantum_ = 0.01;
 };

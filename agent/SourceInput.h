@@ -33,11 +33,12 @@ class SourceInput {
     SourceInput(L2Rib::Source source, const InputTables& tables, const Policy& rules, ObjectOutputs& outputs,
                 const std::function<void()>& kick);
 
-    // Looks at one object, and hands the next host that has changed to elect; false when there is none.
+    // Looks at one object; false when there is none to look at.
+    bool stepObjects() { return graph_.step(); }
+    // Hands the next host that has changed to elect; false when there is none.
     template <class F>
-    bool step(F&& elect) {
-        const bool any = graph_.step();
-        return hosts_.stepChanged(elect) || any;
+    bool stepHosts(F&& elect) {
+        return hosts_.stepChanged(elect);
     }
     // The hosts that the table held are walked through with those of other sources, in the order of the tables.
     Backlog<L2Rib::HostInput>& hosts() { return hosts_; }

@@ -3,6 +3,7 @@
 #include <linux/neighbour.h>
 
 #include <algorithm>
+#include <exception>
 
 #include "L2Rib/Constants.h"
 
@@ -82,10 +83,12 @@ void Model::nextHopDel(NextHopId id) {
 }
 
 void Model::forgetEntriesOf(NextHopId group) {
+    std::vector<Lanx::EthAddr> users;
     for (auto& [mac, all] : macs_) {
-        std::erase_if(all.entries, [&](const auto& item) { return item.second.entry.nextHopGroup == group; });
+        const auto leadsThere = [&](const auto& item) { return item.second.entry.nextHopGroup == group; };
+        if (std::erase_if(all.entries, leadsThere) > 0) users.push_back(mac);
     }
-    evaluateAll();
+    evaluate(users);
 }
 
 void Model::evaluateUsersOf(NextHopId group) {
@@ -95,7 +98,7 @@ void Model::evaluateUsersOf(NextHopId group) {
                                       [&](const auto& item) { return item.second.entry.nextHopGroup == group; });
         if (uses) users.push_back(mac);
     }
-    for (const Lanx::EthAddr& mac : users) evaluate(mac);
+    evaluate(users);
 }
 
 void Model::dumpBegins() {
@@ -275,7 +278,12 @@ void Model::publishHosts(PerMac& all, Found& found) {
         // A group stands before its hosts, and as long as they do.
         const NextHopId before = known ? groupOf(old->second) : 0, now = groupOf(host);
         if (now != before && now != 0) nextHops_.use(id.first, now);
-        sink_.hostIs(id.first, host);
+        try {
+            sink_.hostIs(id.first, host);
+        } catch (...) {
+            if (now != before && now != 0) nextHops_.release(id.first, now);
+            throw;
+        }
         published.insert_or_assign(id, host);
         if (now != before && before != 0) nextHops_.release(id.first, before);
     }
@@ -311,7 +319,20 @@ void Model::publishFloods(PerMac& all, const Found& found) {
 void Model::evaluateAll() {
     std::vector<Lanx::EthAddr> all;
     for (const auto& [mac, entries] : macs_) all.push_back(mac);
-    for (const Lanx::EthAddr& mac : all) evaluate(mac);
+    evaluate(all);
+}
+
+// What cannot be published does not keep the others from it; it is said at the end.
+void Model::evaluate(const std::vector<Lanx::EthAddr>& macs) {
+    std::exception_ptr first;
+    for (const Lanx::EthAddr& mac : macs) {
+        try {
+            evaluate(mac);
+        } catch (const Quil::Exception&) {
+            if (!first) first = std::current_exception();
+        }
+    }
+    if (first) std::rethrow_exception(first);
 }
 
 }  // namespace Fdb

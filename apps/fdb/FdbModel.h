@@ -142,6 +142,7 @@ class Model {
     void evaluateUsersOf(NextHopId group);
     void forgetEntriesOf(NextHopId group);
     void evaluate(const Lanx::EthAddr& mac);
+    void evaluate(const std::vector<Lanx::EthAddr>& macs);
     void publishHosts(PerMac& all, Found& found);
     void publishFloods(PerMac& all, const Found& found);
     void evaluateAll();

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <exception>
 #include <vector>
 
 #include "Quil/Trace.h"
@@ -83,13 +84,23 @@ void NetlinkFdb::resync() {
     lastResync_ = clock().now();
     discardEvents();
     model_.dumpBegins();
-    const auto take = [this](const nlmsghdr* message) { handle(message); };
+    // What cannot be published keeps neither the rest of the dump nor its end from counting.
+    std::exception_ptr first;
+    const auto attempt = [&](auto&& work) {
+        try {
+            work();
+        } catch (const Quil::Exception&) {
+            if (!first) first = std::current_exception();
+        }
+    };
+    const auto take = [&](const nlmsghdr* message) { attempt([&] { handle(message); }); };
     bool whole = Netlink::dump(RTM_GETLINK, AF_UNSPEC, take);
     onLinks_();
     whole = Netlink::dump(RTM_GETNEXTHOP, AF_UNSPEC, take) && whole;
     whole = Netlink::dump(RTM_GETNEIGH, AF_BRIDGE, take) && whole;
+    if (whole) attempt([this] { model_.dumpEnds(); });
+    if (first) std::rethrow_exception(first);
     if (whole) {
-        model_.dumpEnds();
         onLinks_();
         lastError_.clear();
         onWhole_();

@@ -30,7 +30,9 @@ bool NextHops::isGroup(NextHopId id) const {
 }
 
 void NextHops::use(L2Rib::Source source, NextHopId group) {
-    if (++users_[group][source] == 1) sink_.groupIs(source, group, membersOf(group));
+    std::uint64_t& hosts = users_[group][source];
+    if (hosts == 0) sink_.groupIs(source, group, membersOf(group));
+    ++hosts;
 }
 
 void NextHops::release(L2Rib::Source source, NextHopId group) {

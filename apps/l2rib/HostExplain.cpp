@@ -50,7 +50,7 @@ class Explanation {
     Apps::HostView view(const HostAndSource& row) const { return Apps::viewOf(row, names_, &objects_); }
     // Where a waiting claim leads to is an object of its source, not of the output.
     std::string viaOf(const Claim& claim) const {
-        return claim.standing == "waits" ? Apps::nameOf(claim.row.host().next()) : view(claim.row).via;
+        return claim.standing == "waits" ? "its " + Apps::nameOf(claim.row.host().next()) : view(claim.row).via;
     }
     bool has(char flag) const { return answer_.at("flags").get<std::string>().find(flag) != std::string::npos; }
 
@@ -153,7 +153,8 @@ Json Explanation::json() const {
     const auto row = [&](const HostAndSource& record) { return Apps::detailsOf(record, names_, &objects_); };
     Json claims = Json::array();
     for (const Claim& claim : claims_) {
-        claims.push_back(row(claim.row));
+        // What a waiting claim leads to is an object of its source, not of the output.
+        claims.push_back(claim.standing == "waits" ? Apps::detailsOf(claim.row, names_) : row(claim.row));
         claims.back().update({{"standing", claim.standing}, {"vtep", claim.vtep}, {"winner", &claim == winner()}});
         if (&claim != winner()) claims.back()["lostAt"] = claim.step;
     }

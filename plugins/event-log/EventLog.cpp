@@ -47,7 +47,9 @@ class EventLog : public L2Rib::L2RibClientSm {
             line["source"] = Apps::sourceName(known->second.source());
         }
         std::ostream& out = file_.is_open() ? file_ : std::cout;
-        if (!(out << Apps::textOf(line) << std::endl)) throw Quil::SystemException("event-log: cannot be written");
+        if (out << Apps::textOf(line) << std::endl) return;
+        out.clear();  // it may work again when the host is tried again
+        throw Quil::SystemException("event-log: cannot be written");
     }
 
     // Once a second is often enough for what hardly ever changes.

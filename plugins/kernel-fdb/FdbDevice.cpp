@@ -159,8 +159,8 @@ bool FdbDevice::isOurs(const Half& own, const MacVlanPair& key) const {
     for (auto at = notes_.entries().lower_bound(first);
          at != notes_.entries().end() && at->first.ethAddr() == key.ethAddr(); ++at) {
         // An entry behind a group is noted without a VTEP.
-        const bool isNoted = own.group != 0 ? at->second == IpGenAddr() : at->second == own.vtep;
-        if (isNoted && (own.group == 0 || groups_.isOurs(own.group))) return true;
+        const bool isNoted = at->second.contains(own.vtep.value_or(IpGenAddr()));
+        if (isNoted && (own.group != 0) == groups_.isOfOurKind(own.group)) return true;
     }
     return false;
 }
@@ -205,16 +205,18 @@ void FdbDevice::make(const MacVlanPair& key, const Target& target, const Entry& 
     const bool isFixed = entry.bridge.isThere && (entry.bridge.state & (NUD_PERMANENT | NUD_NOARP)) != 0;
     if (isFixed || (entry.own.isThere && !isOurs(entry.own, key))) {
         ++foreign_;
-        hasFailed_ = true;  // worth another look
         trace().log(5, [&] { return cat(name_, ": ", key, " has an entry of someone else's: left alone"); });
         return;
     }
-    const bool isMending = notes_.entries().contains(key) && notes_.entries().at(key) == target.vtep;
-    int error = makeRoom(key, target, entry.own);
-    notes_.made(key, target.vtep);
+    const bool isMending = notes_.holds(key, target.vtep);
+    notes_.willBe(key, target.vtep);
     const std::uint8_t halves = link_.master ? NTF_SELF | NTF_MASTER : NTF_SELF;
+    int error = makeRoom(key, target, entry.own);
     if (!error) error = request(RTM_NEWNEIGH, NLM_F_CREATE | NLM_F_REPLACE, halves | NTF_EXT_LEARNED, key, target);
-    if (!error) return void(isMending ? ++mended_ : ++made_);
+    if (!error) {
+        notes_.is(key, target.vtep);
+        return void(isMending ? ++mended_ : ++made_);
+    }
     fail(cat("cannot make ", key, ": ", std::strerror(error)));
     // The bridge's half is made first, and alone it would lead nowhere.
     Half own;

@@ -42,6 +42,7 @@ class FdbDevice {
 
     bool serves(const Bridging::MacVlanPair& key) const { return vlan_ == 0 || key.vlanId().value() == vlan_; }
     const Wanted& wanted() const { return wanted_; }
+    const std::optional<Lanx::IpGenAddr>& local() const { return link_.local; }  // the VTEP of this switch
     // The groups that entries of any device led to at the last look.
     const std::set<NextHopGroups::Id>& groupsInUse() const { return groupsInUse_; }
 

@@ -42,7 +42,7 @@ class Programmer : public L2Rib::L2RibClientSm {
     Programmer(const Quil::Ptr<L2Rib::Plugin::Context>& context, std::uint32_t sources)
         : L2RibClientSm("kernel-fdb", context),
           sources_(sources),
-          groups_(devicesSetting()),
+          groups_(firstDevice()),
           objects_(*context->entityManager(), [this](const auto& key) { handleHost(key); }),
           mender_(*this, context->clock()) {
         const Quil::String devices = devicesSetting();
@@ -73,6 +73,11 @@ class Programmer : public L2Rib::L2RibClientSm {
         Quil::String devices = Plugins::setting("L2RIB_KERNEL_FDB");
         if (devices.empty()) throw Quil::RangeException("is not set: the VXLAN devices to program", "L2RIB_KERNEL_FDB");
         return devices;
+    }
+
+    static Quil::String firstDevice() {
+        const Quil::String devices = devicesSetting();
+        return devices.substr(0, devices.find_first_of(",="));
     }
 
     void addDevices(const Quil::String& list, const Quil::String& root) {
@@ -116,6 +121,7 @@ class Programmer : public L2Rib::L2RibClientSm {
             if (dest.destType() == L2Rib::destTypeIntf && ownVtep_) vteps.insert(*ownVtep_);
         }
         vteps.erase(Lanx::IpGenAddr());
+        for (const FdbDevice& device : devices_) vteps.erase(device.local().value_or(Lanx::IpGenAddr()));
         if (vteps.empty()) return std::nullopt;
         if (vteps.size() == 1) return behind(*vteps.begin());
         const NextHopGroups::Id group = groups_.groupOf(object, vteps);
@@ -132,6 +138,7 @@ class Programmer : public L2Rib::L2RibClientSm {
     }
 
     void mend() {
+        lookSoon();  // whatever comes of this
         const auto& table = l2RibOutput()->hostControl();
         // What the table said before it could be read was nothing: everything is delivered once more.
         if (!wasReadable_ && table.isReadable()) {

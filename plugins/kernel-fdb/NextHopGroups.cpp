@@ -27,7 +27,7 @@ void NextHopGroups::fail(const Quil::String& what, int error) {
 
 int NextHopGroups::request(std::uint16_t type, std::uint16_t flags, Id id, const Lanx::IpGenAddr* via,
                            const Members* members) {
-    std::vector<char> buffer(4096);
+    std::vector<char> buffer(4096 + (members ? members->size() * sizeof(nexthop_grp) : 0));
     nlmsghdr* message = mnl_nlmsg_put_header(buffer.data());
     message->nlmsg_type = type;
     message->nlmsg_flags = flags;
@@ -42,21 +42,27 @@ int NextHopGroups::request(std::uint16_t type, std::uint16_t flags, Id id, const
         for (const Id member : *members) group.push_back({member, 0, 0, 0});
         mnl_attr_put(message, NHA_GROUP, group.size() * sizeof(nexthop_grp), group.data());
     }
-    return Netlink::request(socket_.get(), message);
+    try {
+        return Netlink::request(socket_.get(), message);
+    } catch (const Quil::SystemException&) {
+        return errno != 0 ? errno : EIO;
+    }
 }
 
 void NextHopGroups::look() {
     hasFailed_ = false;
     std::map<Id, Members> groups;
     std::map<Id, Lanx::IpGenAddr> members;
-    std::set<Id> taken;
+    std::set<Id> taken, ofOurKind;
     try {
         const bool isWhole = Netlink::dump(RTM_GETNEXTHOP, AF_UNSPEC, [&](const nlmsghdr* message) {
             const auto* header = static_cast<const nhmsg*>(mnl_nlmsg_get_payload(message));
             const Netlink::Attributes<NHA_FDB + 1> attributes(message, sizeof(nhmsg));
             const Id id = attributes.u32(NHA_ID);
             taken.insert(id);
-            if (header->nh_protocol != protocol || !isInRange(id) || !attributes.at[NHA_FDB]) return;
+            if (header->nh_protocol != protocol || !attributes.at[NHA_FDB]) return;
+            if (attributes.at[NHA_GROUP]) ofOurKind.insert(id);
+            if (!isInRange(id)) return;
             const auto via = Netlink::addressIn(attributes.at[NHA_GATEWAY]);
             if (via) members[id] = *via;
             if (attributes.at[NHA_GROUP]) {
@@ -71,6 +77,8 @@ void NextHopGroups::look() {
     kernelGroups_ = std::move(groups);
     kernelMembers_ = std::move(members);
     taken_ = std::move(taken);
+    ofOurKind_ = std::move(ofOurKind);
+    for (const auto& [object, group] : groups_) taken_.insert(group.id);
     for (const auto& [object, group] : groups_) make(group.id, group.vteps);
 }
 
@@ -121,6 +129,7 @@ bool NextHopGroups::make(Id id, const Vteps& vteps) {
     ++made_;
     kernelGroups_[id] = members;
     taken_.insert(id);
+    ofOurKind_.insert(id);
     return true;
 }
 

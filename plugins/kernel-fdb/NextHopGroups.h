@@ -1,8 +1,9 @@
 // NextHopGroups: the kernel's groups of next hops that this process makes for objects that lead to several VTEPs: one
 // for all hosts of an object, so that a change of the object is one request.
 //
-// What is ours bears our protocol number, and an identifier of a range that is made from a name; so it is known again
-// after a crash: a group that is left over is taken for an object with the same VTEPs.
+// What processes of this kind make bears their protocol number, and what is ours an identifier of a range that is made
+// from a name; so it is known again after a crash: a group that is left over is taken for an object with the same
+// VTEPs.
 //
 // Deleting a group makes the kernel delete the forwarding entries that lead to it: so it is done only when none does.
 //
@@ -29,7 +30,8 @@ class NextHopGroups {
 
     // The group for this object, which leads to these VTEPs now. 0 when the kernel does not make it.
     Id groupOf(const L2Rib::ObjTuple& object, const Vteps& vteps);
-    bool isOurs(Id group) const { return kernelGroups_.contains(group); }
+    // Whether a process of this kind has made it.
+    bool isOfOurKind(Id group) const { return ofOurKind_.contains(group); }
     // Reads what the kernel has; makes again what it lacks.
     void look();
     // Removes the groups that are not wanted, and their next hops; none that is in use.
@@ -59,6 +61,7 @@ class NextHopGroups {
     std::map<L2Rib::ObjTuple, Group> groups_;
     std::map<Id, Members> kernelGroups_;           // ours
     std::map<Id, Lanx::IpGenAddr> kernelMembers_;  // ours
+    std::set<Id> ofOurKind_;                       // groups
     std::set<Id> taken_;                           // by anybody
     const Id first_;
     Id lastId_;

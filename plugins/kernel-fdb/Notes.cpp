@@ -28,7 +28,7 @@ void Notes::read() {
         try {
             const Bridging::MacVlanPair key(line.substr(2, end - 2));
             if (line[0] == '+' && end != std::string::npos) {
-                entries_[key] = Lanx::IpGenAddr(line.substr(end + 1));
+                entries_[key].insert(Lanx::IpGenAddr(line.substr(end + 1)));
             } else if (line[0] == '-') {
                 entries_.erase(key);
             }
@@ -40,7 +40,11 @@ void Notes::read() {
 // In place, without what is over: the lock goes with the file. Dying halfway leaves lines twice, or old ones.
 void Notes::rewrite() {
     Quil::String text;
-    for (const auto& [key, vtep] : entries_) text += cat("+ ", key, " ", vtep, "\n");
+    lines_ = 0;
+    for (const auto& [key, vteps] : entries_) {
+        for (const auto& vtep : vteps) text += cat("+ ", key, " ", vtep, "\n");
+        lines_ += vteps.size();
+    }
     Mem::Files::write(file_.get(), path_, text.data(), text.size());
     if (ftruncate(file_.get(), static_cast<off_t>(text.size())) != 0 || lseek(file_.get(), 0, SEEK_END) < 0) {
         throw Quil::SystemException(cat("kernel-fdb: ", path_, ": ", std::strerror(errno)));
@@ -48,6 +52,7 @@ void Notes::rewrite() {
 }
 
 void Notes::append(const Quil::String& line) {
+    if (++lines_ > 4 * entries_.size() + 10000) rewrite();
     const off_t before = lseek(file_.get(), 0, SEEK_CUR);
     if (::write(file_.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size())) return;
     const int error = errno;
@@ -56,11 +61,18 @@ void Notes::append(const Quil::String& line) {
     throw Quil::SystemException(cat("kernel-fdb: ", path_, ": ", std::strerror(error)));
 }
 
-void Notes::made(const Bridging::MacVlanPair& key, const Lanx::IpGenAddr& vtep) {
-    if (const auto noted = entries_.find(key); noted != entries_.end() && noted->second == vtep) return;
-    append(cat("+ ", key, " ", vtep, "\n"));
-    entries_[key] = vtep;
+bool Notes::holds(const Bridging::MacVlanPair& key, const Lanx::IpGenAddr& vtep) const {
+    const auto noted = entries_.find(key);
+    return noted != entries_.end() && noted->second.contains(vtep);
 }
+
+void Notes::willBe(const Bridging::MacVlanPair& key, const Lanx::IpGenAddr& vtep) {
+    if (holds(key, vtep)) return;
+    append(cat("+ ", key, " ", vtep, "\n"));
+    entries_[key].insert(vtep);
+}
+
+void Notes::is(const Bridging::MacVlanPair& key, const Lanx::IpGenAddr& vtep) { entries_[key] = {vtep}; }
 
 void Notes::gone(const Bridging::MacVlanPair& key) {
     if (!entries_.contains(key)) return;

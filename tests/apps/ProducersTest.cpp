@@ -370,7 +370,7 @@ TEST_F(ProducersTest, WhyAHostIsWhereItIs) {
                                        "  conflict: static and dynamic claims lead to different places\n")));
     EXPECT_EQ(explained(3),
               std::pair(0, std::string("10/02:aa:aa:aa:aa:03  no winner\n"
-                                       "  1  bgp  pref 100  seq 0  label 9  waits: its object leads nowhere\n")));
+                                       "  1  bgp  pref 100  seq 0  its label 9  waits: its object leads nowhere\n")));
     EXPECT_EQ(explained(4), std::pair(1, std::string("10/02:aa:aa:aa:aa:04  no claim\n")));
     EXPECT_EQ(tool({"host", "explain", "vlan", "10"}),
               std::pair(2, std::string("l2rib: host explain: vlan and mac are both needed\n")));
