@@ -46,7 +46,10 @@ void PolicySm::isWholeIs(L2Rib::Source source, bool isWhole) {
 
 void PolicySm::takeOver(std::uint32_t awaitedSources) {
     awaited_ = awaitedSources;
-    for (const auto& [source, unused] : inputs_) awaited_ &= ~static_cast<std::uint32_t>(source);
+    for (const auto& [source, input] : inputs_) {
+        awaited_ &= ~static_cast<std::uint32_t>(source);
+        input->admitPublished(*output_);
+    }
     sweep(L2Rib::sourceAll);
 }
 
