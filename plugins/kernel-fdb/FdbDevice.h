@@ -5,14 +5,13 @@
 // the device (none without a bridge). One RTM_NEWNEIGH makes both: state REACHABLE, flags SELF, MASTER and EXT_LEARNED.
 //
 // An entry that this process did not make is not touched. Its own are those that are noted and are in the kernel as
-// they were noted: externally learned, with that VTEP. An entry that the bridge has merely learned gives way, as it
-// does when a host moves; a static or permanent one does not. A host behind the device's own address is on this switch:
-// it has no entry.
+// they were noted: externally learned, with that VTEP, or with a group that a process of this kind has made. An entry
+// that the bridge has merely learned gives way, as it does when a host moves; a static or permanent one does not. A
+// host behind the device's own address is on this switch: it has no entry.
 //
 // Threads   Event-loop thread; a request blocks for the time the kernel takes.
 // Errors    Nothing is raised after the construction: what the kernel refuses, or cannot be noted, is counted, and
-// hasFailed()
-//           says so until the next look.
+//           hasFailed() says so until the next look.
 #pragma once
 
 #include <deque>

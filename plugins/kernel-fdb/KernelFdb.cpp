@@ -3,12 +3,10 @@
 // object.
 //
 //   L2RIB_KERNEL_FDB            the devices, separated by commas: "vx100" for the hosts of all VLANs, "vx100=10" for
-//   those of
-//                               VLAN 10. Hosts of a VLAN-aware bridge are programmed with their VLAN.
+//                               those of VLAN 10. Hosts of a VLAN-aware bridge are programmed with their VLAN.
 //   L2RIB_KERNEL_FDB_OWN_VTEP   where the table is another switch's: the VTEP behind which its own ports are
 //   L2RIB_KERNEL_FDB_INTERVAL   seconds (60) after which the kernel's table is read again and what differs is mended;
-//   after
-//                               an error that is done within a second
+//                               after an error that is done within a second
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -165,7 +163,8 @@ class Programmer : public L2Rib::L2RibClientSm {
             device.look([&](const auto& key) { return everythingIsKnown && !changedHost().contains(key); });
             inUse.insert(device.groupsInUse().begin(), device.groupsInUse().end());
         }
-        if (everythingIsKnown) groups_.sweep(wantedGroups(), inUse);
+        // Not on the word of a look that was cut short: the kernel deletes what leads to a group along with it.
+        if (everythingIsKnown && !hasFailed()) groups_.sweep(wantedGroups(), inUse);
     }
     std::set<NextHopGroups::Id> wantedGroups() const {
         std::set<NextHopGroups::Id> groups;
