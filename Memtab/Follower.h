@@ -2,8 +2,15 @@
 //
 // A notification names only a slot, so the follower keeps the key last seen in each slot; a notified slot marks that
 // key and the one it holds now. Marks are kept with the slots, and apart only for keys that were seen to leave their
-// slot: a key that changed many times is delivered once, one that moved meanwhile at most twice. Mounting a new
-// incarnation marks the old keys and the new ones together, so that nothing that vanished meanwhile is missed.
+// slot: a key that changed many times is delivered once, one that moved meanwhile at most twice.
+//
+// When the writer has gone, or another incarnation takes its place, the queue is of no help: a change may have been cut
+// off from its notification, and the new files have another queue. The table that was followed so far stays mapped
+// until then, so the two are compared: marked is each key of either that does not hold in the new one what it is known
+// to hold. Known to hold: the state word of a slot counts its rewrites, so while it is still the one that came with the
+// last notification, whoever looked since was handed that value or, before it was notified, an older one, and is told
+// by the notification. A slot that was given back to the system comes anew with a count of 0: it is not known again
+// before the table has been seen with its new size and an empty queue.
 //
 // Seen means by anyone in this process: saw() is told of every entry that the table hands out. Were it only the
 // follower's own look, a key could escape: moved into slot t (its first notification still queued), handed out from
@@ -13,6 +20,7 @@
 // later change of t, the key seen in t is this one, or another was seen there since, which marked this one.
 #pragma once
 
+#include <cstring>
 #include <deque>
 #include <optional>
 #include <set>
@@ -29,16 +37,33 @@ class Follower {
  public:
     using Reader = MemtabReader<Key, Value, OpsType>;
 
-    // Starts over with this table: marks every key known so far and every key of the table.
-    void resynchronise(Reader& reader, ConquerReader& queue) {
-        for (const Seen& seen : seen_) {
-            if (seen.known) gone_.insert(seen.key);
-        }
-        seen_.clear();
-        changed_.clear();
+    // Goes over to this table and marks every key that differs from the one followed so far, if that is still mapped;
+    // else all keys of both. An exception leaves everything as it was.
+    void resynchronise(Reader* before, Reader& reader, ConquerReader& queue) {
         // What changes from here on is queued behind the sequence taken now; what changed before is seen by the scan.
         queue.skipToEnd();
-        for (std::uint32_t slot = 0; slot < reader.numSlots(); ++slot) note(reader, slot);
+        std::vector<Seen> present;
+        for (std::uint32_t slot = 0; slot < reader.numSlots(); ++slot) {
+            Seen& seen = present.emplace_back();
+            Value value;
+            if (!reader.safeValue(slot, value, seen.state)) continue;
+            seen.key = value.fwkKey();
+            seen.known = true;
+            seen.marked = !isKnown(before, value);
+        }
+        std::vector<Key> gone;
+        for (const Seen& seen : seen_) {
+            bool found = false;
+            if (seen.known) reader.lookup(seen.key, found);
+            if (seen.known && !found) gone.push_back(seen.key);
+        }
+        seen_ = std::move(present);
+        gone_.insert(gone.begin(), gone.end());
+        changed_.clear();
+        for (std::uint32_t slot = 0; slot < seen_.size(); ++slot) {
+            if (seen_[slot].marked) mark(slot);
+        }
+        size_ = sizeOf(reader);
     }
 
     // The table hands out this entry, found in this slot.
@@ -49,6 +74,7 @@ class Follower {
         forget(seen);
         seen.key = key;
         seen.known = true;
+        seen.state = 0;
     }
 
     // Takes at most so many notifications. Returns whether more may be waiting.
@@ -56,6 +82,7 @@ class Follower {
         slots_.clear();
         const bool more = queue.poll(slots_, budget);
         for (const std::uint32_t slot : slots_) note(reader, slot);
+        if (!more) size_ = sizeOf(reader);
         return more;
     }
 
@@ -89,23 +116,54 @@ class Follower {
  private:
     struct Seen {
         Key key{};
-        bool known = false;   // the slot held this key when anyone last looked
-        bool marked = false;  // it is to be delivered
-        bool queued = false;  // the slot stands in changed_
+        std::uint32_t state = 0;  // of the slot when it was last noted; 0: not since it holds this key
+        bool known = false;       // the slot held this key when anyone last looked
+        bool marked = false;      // it is to be delivered
+        bool queued = false;      // the slot stands in changed_
     };
+
+    struct Size {
+        std::uint32_t slots = 0;
+        std::uint32_t changes = 0;
+    };
+    static Size sizeOf(const Reader& reader) { return {reader.numSlots(), reader.slotCounter()}; }
+    // Since the queue was last empty; then no slot went and came anew. Two changes may be a shrink and a growth.
+    bool hasOnlyGrown(const Size& now) const {
+        return now.changes == size_.changes || (now.changes == size_.changes + 1 && now.slots > size_.slots);
+    }
 
     void note(Reader& reader, std::uint32_t slot) {
         Value value;
-        if (!reader.safeValue(slot, value)) {
+        std::uint32_t state = 0;
+        if (!reader.safeValue(slot, value, state)) {
             if (slot < seen_.size()) forget(seen_[slot]);
             return;
         }
-        const Key key = value.fwkKey();
-        saw(slot, key);
-        if (!gone_.empty()) gone_.erase(key);  // it has come back, or come here
+        saw(slot, value.fwkKey());
+        seen_[slot].state = state;
+        mark(slot);
+    }
+    void mark(std::uint32_t slot) {
         Seen& seen = seen_[slot];
+        if (!gone_.empty()) gone_.erase(seen.key);  // it has come back, or come here
         seen.marked = true;
         if (!std::exchange(seen.queued, true)) changed_.push_back(slot);
+    }
+    // Whether this is the value that its key is known to hold. Damage of the table before makes all unknown.
+    bool isKnown(Reader*& before, const Value& value) {
+        if (!before) return false;
+        try {
+            const Key key = value.fwkKey();
+            bool found = false;
+            const Value& held = before->lookup(key, found);
+            if (!found || !hasOnlyGrown(sizeOf(*before)) || before->lastSlot() >= seen_.size()) return false;
+            const Seen& seen = seen_[before->lastSlot()];
+            return seen.known && !seen.marked && seen.state == before->lastState() && OpsType::equal(seen.key, key) &&
+                   std::memcmp(&held, &value, sizeof value) == 0;
+        } catch (const Verro::CorruptionDetectedException&) {
+            before = nullptr;
+            return false;
+        }
     }
     void forget(Seen& seen) {
         if (seen.known) gone_.insert(seen.key);
@@ -116,6 +174,7 @@ class Follower {
     std::deque<std::uint32_t> changed_;  // slots whose key is to be delivered
     std::set<Key> gone_;                 // keys to be delivered that have left their slot
     std::vector<std::uint32_t> slots_;   // of the turn under way
+    Size size_;                          // when the queue was last empty
 };
 
 }  // namespace Memtab

@@ -230,7 +230,8 @@ class MemtabMap : ReaderSm::Front {
     struct Attached {
         Reader reader;
         ConquerReader queue;
-        explicit Attached(Quil::Trace& debug) : reader(debug) {}
+        const FenixId fenix;
+        Attached(Quil::Trace& debug, FenixId incarnation) : reader(debug), fenix(incarnation) {}
     };
 
     struct InTurn {
@@ -355,18 +356,19 @@ class MemtabMap : ReaderSm::Front {
     bool attachFiles(FenixId fenix, Quil::String& reason) override {
         Mem::SharedDirectory directory(directory_);
         incarnation_ = fenix;
-        auto fresh = std::make_unique<Attached>(debug());
+        auto fresh = std::make_unique<Attached>(debug(), fenix);
         if (!fresh->reader.attach(directory, fenix, stored_, reason) ||
             !fresh->queue.attach(debug(), directory, fenix, reason)) {
             return false;
         }
-        const bool good = trying([&] { follower_.resynchronise(fresh->reader, fresh->queue); });
+        Reader* const before = attached_ ? &attached_->reader : nullptr;
+        const bool good = trying([&] { follower_.resynchronise(before, fresh->reader, fresh->queue); });
         if (!good) {
             reason = "corruption detected";
             return false;
         }
+        isNewCollection_ = isNewCollection_ || !attached_ || attached_->fenix != fenix;
         attached_ = std::move(fresh);
-        freshlyAttached_ = true;
         return true;
     }
 
@@ -379,7 +381,7 @@ class MemtabMap : ReaderSm::Front {
         } unmap{*this};
         const InTurn inTurn(inTurn_);
         ReaderSm::Turn result = ReaderSm::Turn::drained;
-        if (std::exchange(freshlyAttached_, false)) hooks_.onCollection();
+        if (std::exchange(isNewCollection_, false)) hooks_.onCollection();
         if (isFollowing()) result = collect();
         return result;
     }
@@ -446,7 +448,7 @@ class MemtabMap : ReaderSm::Front {
     std::unique_ptr<Writer> writer_;                       // local and writer
     std::unique_ptr<WriterMount> writerMount_;             // writer; goes before what it watches
     std::unique_ptr<Attached> attached_;                   // reader
-    bool freshlyAttached_ = false;                         // reader; nobody has been told of these files yet
+    bool isNewCollection_ = false;                         // reader; nobody has been told of this incarnation yet
     std::unique_ptr<Shadow> shadow_;                       // shadow
     Follower<Key, Value, OpsType> follower_;               // reader
     std::unique_ptr<ReaderSm> readerSm_;                   // reader

@@ -56,15 +56,15 @@ class MemtabReader {
         return default_;
     }
 
-    // Copies the entry of one slot. False when the slot is free, or not there any more.
+    // Copies the entry of one slot, and the state word that goes with it. False when the slot is free, or not there any
+    // more.
+    bool safeValue(std::uint32_t index, Value& out, std::uint32_t& state) {
+        stable([&] { state = index < slots_.numSlots() ? copyValue(slotAt(index), out) : 0; });
+        return (state & occupied) != 0;
+    }
     bool safeValue(std::uint32_t index, Value& out) {
-        bool found = false;
-        stable([&] {
-            found = false;
-            if (index >= slots_.numSlots()) return;
-            found = (copyValue(slotAt(index), out) & occupied) != 0;
-        });
-        return found;
+        std::uint32_t state = 0;
+        return safeValue(index, out, state);
     }
 
     // The first entry of the table, and the one that follows a key, whether or not the key is still there.
@@ -86,8 +86,9 @@ class MemtabReader {
         return found;
     }
 
-    // The slot of the entry that the last successful lookup found.
+    // The slot of the entry that the last successful lookup found, and the state word that came with it.
     std::uint32_t lastSlot() const { return hint_.slot; }
+    std::uint32_t lastState() const { return hint_.state; }
     std::uint32_t numSlots() const { return slots_.numSlots(); }
     std::uint32_t slotCounter() const { return slots_.countCounter(); }
     std::uint32_t bucketCounter() const { return buckets_.countCounter(); }
