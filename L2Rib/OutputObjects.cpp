@@ -16,7 +16,7 @@ struct OutputObjects::Watcher : Output::NotifieeBase {
     OutputObjects& objects;
     Watcher(OutputObjects& o, const Quil::Ptr<Output>& table) : objects(o) { this->notifierIs(table); }
     void fwkOnKey(const typename Output::Key& key) override { objects.changed(objTupleOf(key)); }
-    void fwkOnImmediateCollection() override { objects.changedAll(); }
+    void fwkOnImmediateCollection() override {}  // what differs is told key by key
 };
 
 OutputObjects::OutputObjects(Corestore::EntityManager& em, std::function<void(const HostKey&)> onHost)
@@ -152,13 +152,6 @@ void OutputObjects::changed(const ObjTuple& tuple) {
         todo.insert(todo.end(), node->second.parents.begin(), node->second.parents.end());
     }
     if (!walks_.isEmpty() && wakeupTime() > clock().now()) wakeupTimeIs(clock().now());
-}
-
-// Mounted, or mounted again: any of them may be another one.
-void OutputObjects::changedAll() {
-    std::vector<ObjTuple> all;
-    for (const auto& [tuple, unused] : nodes_) all.push_back(tuple);
-    for (const ObjTuple& tuple : all) changed(tuple);
 }
 
 void OutputObjects::onTime() {

@@ -64,7 +64,6 @@ class L2RIB_EXPORT OutputObjects : Quil::Clock::NotifieeConst {
 
     void onTime() override;
     void changed(const ObjTuple& tuple);
-    void changedAll();
     Node& nodeIs(const ObjTuple& tuple);
     void relink(const ObjTuple& tuple);
     void releaseIfUnused(const ObjTuple& tuple);

@@ -6,7 +6,7 @@
 //                               those of VLAN 10. Hosts of a VLAN-aware bridge are programmed with their VLAN.
 //   L2RIB_KERNEL_FDB_OWN_VTEP   where the table is another switch's: the VTEP behind which its own ports are
 //   L2RIB_KERNEL_FDB_INTERVAL   seconds (60) after which the kernel's table is read again and what differs is mended;
-//                               after an error that is done within a second
+//                               after an error that is done within a second, then within 2, 4, ...
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -42,6 +42,7 @@ class Programmer : public L2Rib::L2RibClientSm {
           sources_(sources),
           groups_(firstDevice()),
           objects_(*context->entityManager(), [this](const auto& key) { handleHost(key); }),
+          newObjects_(groups_, objects_.loadBalances()),
           mender_(*this, context->clock()) {
         const Quil::String devices = devicesSetting();
         Quil::atField("L2RIB_KERNEL_FDB", [&] { addDevices(devices, context->entityManager()->root()); });
@@ -65,6 +66,15 @@ class Programmer : public L2Rib::L2RibClientSm {
         Programmer& programmer;
         Mender(Programmer& p, const Quil::Ptr<const Quil::Clock>& clock) : NotifieeConst(clock), programmer(p) {}
         void onTime() override { programmer.mend(); }
+    };
+
+    // Another incarnation of the tables may have given the identifiers of objects to others.
+    struct NewObjects : L2Rib::LoadBalanceOutput::NotifieeConst {
+        NextHopGroups& groups;
+        NewObjects(NextHopGroups& g, const Quil::Ptr<L2Rib::LoadBalanceOutput>& table) : groups(g) {
+            notifierIs(table);
+        }
+        void onLb() override { groups.forgetObjects(); }
     };
 
     static Quil::String devicesSetting() {
@@ -132,7 +142,7 @@ class Programmer : public L2Rib::L2RibClientSm {
         for (FdbDevice& device : devices_) {
             if (device.serves(key)) target ? device.hostIs(key, *target) : device.hostDel(key);
         }
-        if (hasFailed() && mender_.wakeupTime() > clock()->now() + soon()) lookSoon();
+        if (hasFailed()) mender_.wakeupTimeIs(std::min(mender_.wakeupTime(), clock()->now() + failurePause_));
     }
 
     void mend() {
@@ -147,8 +157,15 @@ class Programmer : public L2Rib::L2RibClientSm {
         if (!isWorking_) look(wasReadable_ && reviewedOnce() && table.corruptions() == 0);
         isWorking_ = false;
         for (FdbDevice& device : devices_) isWorking_ = device.work() || isWorking_;
-        const bool isEarly = !wasReadable_ || !reviewedOnce() || hasFailed();
-        mender_.wakeupTimeIs(clock()->now() + (isWorking_ ? 0 : isEarly ? soon() : interval_));
+        mender_.wakeupTimeIs(clock()->now() + (isWorking_ ? 0 : pause()));
+    }
+    Quil::Seconds pause() {
+        if (!wasReadable_ || !reviewedOnce()) return soon();
+        if (!hasFailed()) {
+            failurePause_ = soon();
+            return interval_;
+        }
+        return std::exchange(failurePause_, std::min(2 * failurePause_, interval_));
     }
 
     // everythingIsKnown: what is not wanted is over, unless a review of it is due.
@@ -184,9 +201,11 @@ class Programmer : public L2Rib::L2RibClientSm {
     const std::uint32_t sources_;
     NextHopGroups groups_;
     L2Rib::OutputObjects objects_;
+    const NewObjects newObjects_;
     std::list<FdbDevice> devices_;
     std::optional<Lanx::IpGenAddr> ownVtep_;
     Quil::Seconds interval_ = 60;
+    Quil::Seconds failurePause_ = retryInterval;  // after the next failure
     bool wasReadable_ = false;
     bool isWorking_ = false;  // through what the last look found
     Mender mender_;

@@ -145,6 +145,8 @@ NextHopGroups::Id NextHopGroups::leftBehind(const Vteps& vteps) const {
 }
 
 NextHopGroups::Id NextHopGroups::groupOf(const L2Rib::ObjTuple& object, const Vteps& vteps) {
+    const bool isOfOneFamily = vteps.begin()->af() == vteps.rbegin()->af();
+    if (!isOfOneFamily) return groups_.erase(object), 0;
     Group& group = groups_[object];
     if (group.id == 0) group.id = leftBehind(vteps);
     if (group.id == 0) group.id = freeId();

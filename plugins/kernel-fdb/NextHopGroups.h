@@ -28,8 +28,11 @@ class NextHopGroups {
 
     explicit NextHopGroups(const Quil::String& name);  // SystemException when netlink is not to be had
 
-    // The group for this object, which leads to these VTEPs now. 0 when the kernel does not make it.
+    // The group for this object, which leads to these VTEPs now. 0 when the kernel does not make it, as it never does
+    // of IPv4 and IPv6 together.
     Id groupOf(const L2Rib::ObjTuple& object, const Vteps& vteps);
+    // The names of objects stand for others from now on: a group goes by where it leads, until an object has taken it.
+    void forgetObjects() { groups_.clear(); }
     // Whether a process of this kind has made it.
     bool isOfOurKind(Id group) const { return ofOurKind_.contains(group); }
     // Reads what the kernel has; makes again what it lacks.

@@ -17,11 +17,12 @@ const std::string build = std::string(L2RIB_TEST_BIN) + "/..";
 
 class ConsumerTest : public testing::Test {
  protected:
-    ConsumerTest() { agent(std::string(L2RIB_TEST_DATA) + "/fdb/bridge-fdb.json"); }
-    void agent(const std::string& fdb) {
+    void agent(const std::string& fdb, std::vector<std::string> more = {}) {
         daemon.reset();
-        daemon.emplace(std::vector<std::string>{"l2ribd", "--root", scratch.path(), "--fdb", fdb, "--vlan", "br0=10",
-                                                "--hold", "1"});
+        std::vector<std::string> words{"l2ribd", "--root", scratch.path(), "--fdb", fdb,
+                                       "--vlan", "br0=10", "--hold",       "1"};
+        words.insert(words.end(), more.begin(), more.end());
+        daemon.emplace(words);
         daemon->readUntil("ready, ");
     }
     std::vector<std::string> consumer(std::vector<std::string> words) {
@@ -29,10 +30,12 @@ class ConsumerTest : public testing::Test {
         return words;
     }
     test::ScratchDir scratch;
+    const std::string recorded = std::string(L2RIB_TEST_DATA) + "/fdb/bridge-fdb.json";
     std::optional<test::Child> daemon;
 };
 
 TEST_F(ConsumerTest, LoadsWhatItCanAndSaysWhatItCannot) {
+    agent(recorded);
     const std::string bad = build + "/bad-plugins";
     std::ofstream(bad + "/text.so") << "this is no shared object\n";
     const auto [status, output] = test::run(consumer({"--plugin-dir", "bad-plugins", "--path", "/nowhere:" + build,
@@ -65,9 +68,59 @@ TEST_F(ConsumerTest, LoadsWhatItCanAndSaysWhatItCannot) {
     EXPECT_EQ(works.wait(), 0) << works.rest();
 }
 
+// Whatever becomes of the agent: told is what differs, once.
+TEST_F(ConsumerTest, ARestartOfTheAgentIsNotNoticed) {
+    const auto file = [&](int lastVtep, std::vector<int> hosts) {
+        Json rows = Json::array();
+        for (const int n : hosts) {
+            rows.push_back({{"vlan", 10}, {"mac", "02:aa:aa:aa:aa:0" + std::to_string(n)}});
+            if (n < 3) {
+                rows.back()["next"] = {{"table", "load-balance"}, {"id", 1}};
+            } else {
+                rows.back()["ciDest"] = {{"type", "vtep"}, {"address", "10.0.0.9"}};
+            }
+        }
+        const std::string path = scratch.path() + "/restart.json";
+        std::ofstream(path) << Json{
+            {"source", "bgp"},
+            {"hosts", rows},
+            {"loadBalances", {{{"id", 1}, {"next", {{{"table", "dest"}, {"id", 1}}, {{"table", "dest"}, {"id", 2}}}}}}},
+            {"dests",
+             {{{"id", 1}, {"type", "vtep"}, {"address", "10.0.0.1"}},
+              {{"id", 2}, {"type", "vtep"}, {"address", "10.0.0." + std::to_string(lastVtep)}}}}};
+        return path;
+    };
+    agent(file(2, {1, 2, 3, 4}));
+    test::Child log(consumer({"--plugin-dir", build + "/plugins", "--plugins", "event-log"}));
+    for (int i = 0; i < 4; ++i) log.readUntil("\"add\"");
+    usleep(300000);  // what the objects' tables have to say of the first mount
+    daemon->kill(SIGKILL);
+    daemon->wait();
+    usleep(500000);
+    std::vector<std::string> told;
+    const auto hear = [&](const std::string& last) {
+        for (Json line; told.empty() || told.back() != last;) {
+            line = Json::parse(log.readUntil("\"op\""));
+            told.push_back(line["op"].get<std::string>() + line["mac"].get<std::string>().substr(15));
+        }
+    };
+    agent(file(2, {1, 2, 3, 5}));
+    hear("add05");
+    usleep(1500000);  // the hold time ends as well
+    agent(file(2, {1, 2, 3}), {"--cold"});
+    hear("remove05");
+    agent(file(7, {1, 2, 3}), {"--cold"});
+    hear("update02");
+    EXPECT_EQ(told, (std::vector<std::string>{"remove04", "add05", "remove05", "update01", "update02"}));
+    log.kill(SIGTERM);
+    EXPECT_EQ(log.wait(), 0);
+    EXPECT_EQ(log.rest().find("\"op\""), std::string::npos) << log.rest();
+}
+
 TEST_F(ConsumerTest, KernelFdbProgramsSweepsMendsAndLeavesOthersAlone) {
     const test::NetNs ns("kfdb");
     if (!ns.exists()) GTEST_SKIP() << "network namespaces are not allowed here";
+    agent(recorded);
     // VLAN-aware where this kernel can be.
     const bool isVlanAware = ns.run("ip link add br0 type bridge vlan_filtering 1");
     ASSERT_TRUE(isVlanAware || ns.run("ip link add br0 type bridge"));
