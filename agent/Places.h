@@ -2,9 +2,8 @@
 //
 //   l2rib/input/NAME/           a source's directory: its tables, and the socket on which it shows its SourceDirEntry
 //   l2rib/output/               the merged tables
-//   l2rib/agent/                what the agent keeps over a restart, and the sockets on which the agent shows the
-//   merged directory, flood sets, status and
-//                               configuration, and answers questions
+//   l2rib/agent/                what the agent keeps over a restart, and the sockets on which it shows the merged
+//                               directory, flood sets, status and configuration, and answers questions
 #pragma once
 
 namespace Agent::Places {

@@ -16,17 +16,18 @@ Quil::Trace& trace() {
 }  // namespace
 
 PolicySm::PolicySm(const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::HostOutput> output,
-                   ObjectOutputs& objects)
+                   ObjectOutputs& objects, Quil::Ptr<L2Rib::HostOutput> raised)
     : NotifieeConst(clock),
       output_(std::move(output)),
       objects_(objects),
+      raised_(std::move(raised)),
       mobility_(clock, [this](const auto& key) { lookAgain(key); }) {}
 
 PolicySm::~PolicySm() = default;
 
 void PolicySm::sourceIs(L2Rib::Source source, const InputTables& tables) {
     const bool hasWonBefore = inputs_.erase(source) > 0 || (awaited_ & source) != 0;
-    inputs_[source] = std::make_unique<Input>(source, tables, rules_, objects_, [this] { kick(); });
+    inputs_[source] = std::make_unique<Input>(source, tables, rules_, objects_, raised_, [this] { kick(); });
     inputs_[source]->admitPublished(*output_);
     awaited_ &= ~static_cast<std::uint32_t>(source);
     if (hasWonBefore) sweep(source);
@@ -55,7 +56,6 @@ void PolicySm::takeOver(std::uint32_t awaitedSources) {
 
 void PolicySm::awaitedIs(std::uint32_t sources) {
     const std::uint32_t before = std::exchange(awaited_, sources);
-    if (sources == 0) displaced_.clear();
     if ((before & ~sources) != 0) sweep(before & ~sources);
 }
 
@@ -114,13 +114,15 @@ void PolicySm::settle() {
 }
 
 bool PolicySm::isSettled() const {
-    return !sweep_ && nextSwept_ == 0 && again_.isEmpty() && (awaited_ != 0 || !objects_.canRemove()) &&
+    return !sweep_ && nextSwept_ == 0 && !raised_.isWalking() && again_.isEmpty() &&
+           (awaited_ != 0 || !objects_.canRemove()) &&
            std::all_of(inputs_.begin(), inputs_.end(), [](const auto& input) { return input.second->isSettled(); });
 }
 
 bool PolicySm::step() {
     const auto electKey = [this](const auto& key) { elect(key); };
     bool any = sweepStep();
+    any = raisedStep() || any;
     any = walkStep() || any;
     for (const auto& [source, input] : inputs_) any = stepOf(*input) || any;
     attempt(againRetryAt_, [&] { any = again_.step(electKey) || any; });
@@ -133,12 +135,23 @@ bool PolicySm::sweepStep() {
         if (nextSwept_ == 0) return false;
         swept_ = std::exchange(nextSwept_, 0);
         sweep_ = output_->hosts().begin();
+        raised_.walk();
     }
     return attempt(sweepRetryAt_, [&] {
         if (!sweep_) return;
         if (isDue(sweep_)) reelect(sweep_.key());
         ++sweep_;
     });
+}
+
+// What was raised is over with the row, and with its source.
+bool PolicySm::raisedStep() {
+    if (!raised_.isWalking()) return false;
+    raised_.step([this](L2Rib::Source source, const auto& key) {
+        const SourceInput* of = input(source);
+        return of ? of->isWhole() && !of->hasRow(key) : (awaited_ & source) == 0;
+    });
+    return true;
 }
 
 bool PolicySm::isDue(const L2Rib::HostOutput::IteratorConst& at) const {
@@ -236,28 +249,13 @@ void PolicySm::collectClaims(const Bridging::MacVlanPair& key, const L2Rib::Host
     for (Candidate& claim : claims_) {
         const bool isLocalDynamic = isLocal(claim.host) && !isStatic(claim.host.entryType());
         if (!isEligible(claim) || !isLocalDynamic) continue;
-        inputs_.at(claim.source)->raise(claim, remoteSeqNo, leftBy(claim.source, key, published));
+        inputs_.at(claim.source)->raise(claim, remoteSeqNo);
     }
     const bool isHeld = published && std::none_of(claims_.begin(), claims_.end(), isEligible);
     for (const auto& [source, input] : inputs_) {
         const bool stands = isHeld && published->source() == source && !input->isWhole();
         if (!(claimants & source) && !stands) input->forget(key);
     }
-}
-
-// What the output has of this source, or had before another source took the host while this one was awaited.
-const L2Rib::HostAndSource* PolicySm::leftBy(L2Rib::Source source, const Bridging::MacVlanPair& key,
-                                             const L2Rib::HostAndSource* published) const {
-    if (!displaced_.empty()) {
-        const auto left = displaced_.find(key);
-        if (left != displaced_.end() && left->second.source() == source) return &left->second;
-    }
-    return published;
-}
-
-void PolicySm::noteDisplaced(const L2Rib::HostAndSource& before) {
-    const bool isLocalDynamic = isLocal(before.host()) && !isStatic(before.host().entryType());
-    if ((before.source() & awaited_) && isLocalDynamic) displaced_.insert_or_assign(before.key(), before);
 }
 
 bool PolicySm::staysFrozen(const L2Rib::HostAndSource& published, const Candidate& winner) const {
@@ -296,7 +294,6 @@ void PolicySm::elect(const Bridging::MacVlanPair& key) {
     trace().log(8, [&] { return Quil::cat("host ", key, " goes to ", after.source(), " by ", stepName(result.step)); });
     output_->hostIs(after);
     objects_.hostLeads(after.host().next(), published ? published->host().next() : L2Rib::ObjTuple());
-    if (published) noteDisplaced(*published);
     mobility_.published(published, after, !isReelecting_);
 }
 

@@ -32,7 +32,9 @@ namespace Agent {
 
 class PolicySm : Quil::Clock::NotifieeConst {
  public:
-    PolicySm(const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::HostOutput> output, ObjectOutputs& objects);
+    // raised: where the sequence numbers of hosts that came home are kept for the next process.
+    PolicySm(const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::HostOutput> output, ObjectOutputs& objects,
+             Quil::Ptr<L2Rib::HostOutput> raised = L2Rib::hostOutputFactory("raised"));
     ~PolicySm() override;
 
     // Merges these tables from now on, what they hold already included; in place of earlier ones of the source.
@@ -88,6 +90,7 @@ class PolicySm : Quil::Clock::NotifieeConst {
     void kick();
     bool step();
     bool sweepStep();
+    bool raisedStep();
     bool walkStep();
     bool isStillWalkedTo(const L2Rib::HostOutput::IteratorConst& at) const;
     bool isDue(const L2Rib::HostOutput::IteratorConst& at) const;
@@ -100,22 +103,18 @@ class PolicySm : Quil::Clock::NotifieeConst {
     void reelect(const Bridging::MacVlanPair& key);
     void elect(const Bridging::MacVlanPair& key);
     void collectClaims(const Bridging::MacVlanPair& key, const L2Rib::HostAndSource* published);
-    const L2Rib::HostAndSource* leftBy(L2Rib::Source source, const Bridging::MacVlanPair& key,
-                                       const L2Rib::HostAndSource* published) const;
-    void noteDisplaced(const L2Rib::HostAndSource& before);
     bool isRemembered(L2Rib::Source source) const;
     bool staysFrozen(const L2Rib::HostAndSource& published, const Candidate& winner) const;
 
     const Quil::Ptr<L2Rib::HostOutput> output_;
     ObjectOutputs& objects_;
+    Raised raised_;
     std::map<L2Rib::Source, std::unique_ptr<Input>> inputs_;
     std::uint32_t swept_ = 0, nextSwept_ = 0;  // the sources whose hosts in the output are elected again, and then
     std::uint32_t awaited_ = 0;                // whose hosts stand, though they are not here
     L2Rib::HostOutput::IteratorConst sweep_;
     Policy rules_;
     Mobility mobility_;
-    // Local rows of awaited sources that another has taken: what sequence number they had.
-    std::unordered_map<Bridging::MacVlanPair, L2Rib::HostAndSource, L2Rib::HashOf<Bridging::MacVlanPair>> displaced_;
     Round<Bridging::MacVlanPair> again_;
     Quil::Seconds sweepRetryAt_ = 0, againRetryAt_ = 0, doomedRetryAt_ = 0;
     std::vector<Candidate> claims_;  // on the host at hand

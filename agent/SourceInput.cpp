@@ -12,10 +12,11 @@ SourceInput::Stay SourceInput::stayOf(const L2Rib::Host& host) {
 }
 
 SourceInput::SourceInput(L2Rib::Source source, const InputTables& tables, const Policy& rules, ObjectOutputs& outputs,
-                         const std::function<void()>& kick)
+                         Raised& raised, const std::function<void()>& kick)
     : source_(source),
       rules_(rules),
       table_(tables.hosts),
+      raised_(raised),
       hosts_(tables.hosts, kick),
       graph_(
           source, tables.objects, outputs, [this](const auto& key) { hosts_.mark(key); }, kick) {
@@ -71,15 +72,23 @@ Candidate SourceInput::claimOf(L2Rib::Host host) const {
     return claim;
 }
 
-void SourceInput::raise(Candidate& claim, std::optional<std::uint32_t> remoteSeqNo,
-                        const L2Rib::HostAndSource* published) {
-    const auto [at, isNew] = stays_.try_emplace(claim.host.key());
-    Stay& stay = at->second;
-    if (isNew || !stay.isAt(claim.host)) {
-        stay = stayOf(claim.host);
-        stay.seqNo = seqNoOnArrival(claim.host, remoteSeqNo, isNew, published);
+void SourceInput::raise(Candidate& claim, std::optional<std::uint32_t> remoteSeqNo) {
+    const Key key = claim.host.key();
+    const auto known = stays_.find(key);
+    const bool hasArrived = known == stays_.end() || !known->second.isAt(claim.host);
+    if (hasArrived) {
+        Stay stay = stayOf(claim.host);
+        stay.seqNo = seqNoOnArrival(claim.host, remoteSeqNo);
+        keep(claim.host, stay.seqNo);
+        stays_.insert_or_assign(key, stay);
     }
     peekRaised(claim);
+}
+
+void SourceInput::keep(L2Rib::Host host, std::uint32_t seqNo) {
+    if (seqNo <= host.seqNo().value()) return raised_.del(source_, host.key());
+    host.seqNoIs(Keel::Seqno32(seqNo));
+    raised_.is(source_, host);
 }
 
 void SourceInput::peekRaised(Candidate& claim) const {
@@ -88,13 +97,10 @@ void SourceInput::peekRaised(Candidate& claim) const {
     claim.host.seqNoIs(Keel::Seqno32(std::max(stay->second.seqNo, claim.host.seqNo().value())));
 }
 
-std::uint32_t SourceInput::seqNoOnArrival(const L2Rib::Host& host, std::optional<std::uint32_t> remoteSeqNo, bool isNew,
-                                          const L2Rib::HostAndSource* published) const {
+std::uint32_t SourceInput::seqNoOnArrival(const L2Rib::Host& host, std::optional<std::uint32_t> remoteSeqNo) const {
     const std::uint32_t own = host.seqNo().value();
-    if (isNew && published && published->source() == source_) {
-        const L2Rib::Host& there = published->host();
-        if (stayOf(there).isAt(host)) return std::max(own, there.seqNo().value());
-    }
+    const auto kept = raised_.of(source_, host.key());
+    if (kept && stayOf(*kept).isAt(host)) return std::max(own, kept->seqNo().value());
     const bool hasAppeared = remoteSeqNo && !hosts_.isFirstWalk() && *remoteSeqNo != 0xffffffffu;
     return hasAppeared ? std::max(own, *remoteSeqNo + 1) : own;
 }
@@ -102,6 +108,7 @@ std::uint32_t SourceInput::seqNoOnArrival(const L2Rib::Host& host, std::optional
 void SourceInput::forget(const Key& key) {
     graph_.hostNextIs(key, {});
     stays_.erase(key);
+    raised_.del(source_, key);
     if (const auto next = quota_.release(key)) hosts_.mark(*next);
 }
 

@@ -4,7 +4,7 @@
 // A host that comes home wins: when a local dynamic row appears or moves while another source has the host elsewhere at
 // sequence number s, its own becomes s + 1, unless it is higher already, until it moves again; that is what the output
 // carries, for others to be told. Rows that the table held when it was mounted have not just appeared: theirs count as
-// they are, or as the output has them, from before a restart of the agent.
+// they are, or as they were raised before a restart of the agent.
 //
 // Threads   Event-loop thread.
 #pragma once
@@ -17,6 +17,7 @@
 #include "agent/Elect.h"
 #include "agent/ObjectGraph.h"
 #include "agent/Quota.h"
+#include "agent/Raised.h"
 
 namespace Agent {
 
@@ -31,7 +32,7 @@ class SourceInput {
 
     // kick is called when there is something to do.
     SourceInput(L2Rib::Source source, const InputTables& tables, const Policy& rules, ObjectOutputs& outputs,
-                const std::function<void()>& kick);
+                Raised& raised, const std::function<void()>& kick);
 
     // Looks at one object; false when there is none to look at.
     bool stepObjects() { return graph_.step(); }
@@ -58,9 +59,8 @@ class SourceInput {
     std::optional<Candidate> claim(const Key& key);
     // The claim as it stands; changes nothing.
     std::optional<Candidate> peek(const Key& key) const;
-    // The claim, a local dynamic one, while others stand at up to this sequence number (none: there are no others) and
-    // the output has this row (null: none) for the host.
-    void raise(Candidate& claim, std::optional<std::uint32_t> remoteSeqNo, const L2Rib::HostAndSource* published);
+    // The claim, a local dynamic one, while others stand at up to this sequence number (none: there are no others).
+    void raise(Candidate& claim, std::optional<std::uint32_t> remoteSeqNo);
     // To what it was raised.
     void peekRaised(Candidate& claim) const;
     // There is no row any more, and the output does not carry it on.
@@ -82,12 +82,13 @@ class SourceInput {
     };
     Candidate claimOf(L2Rib::Host host) const;
     static Stay stayOf(const L2Rib::Host& host);
-    std::uint32_t seqNoOnArrival(const L2Rib::Host& host, std::optional<std::uint32_t> remoteSeqNo, bool isNew,
-                                 const L2Rib::HostAndSource* published) const;
+    std::uint32_t seqNoOnArrival(const L2Rib::Host& host, std::optional<std::uint32_t> remoteSeqNo) const;
+    void keep(L2Rib::Host host, std::uint32_t seqNo);
 
     const L2Rib::Source source_;
     const Policy& rules_;
     const Quil::Ptr<L2Rib::HostInput> table_;
+    Raised& raised_;
     std::unordered_map<Key, Stay, L2Rib::HashOf<Key>> stays_;
     Quota quota_;
     bool isWhole_ = true;

@@ -146,7 +146,7 @@ class Agentd : L2Rib::Config::NotifieeConst {
     const Quil::Ptr<L2Rib::Config> config_ = L2Rib::configFactory("config");
     const ConfigFile file_{directory_};
     Outputs outputs_{readers_, directory_, status_, say};
-    Agent::PolicySm policy_{loop_.clock(), outputs_.hosts(), outputs_.objects()};
+    Agent::PolicySm policy_{loop_.clock(), outputs_.hosts(), outputs_.objects(), outputs_.raised()};
     Agent::FloodMerge floods_{loop_.clock(), floodSets_};
     Agent::SourceMounts mounts_{readers_, sources_, policy_, floods_, say, [this] { outputs_.sourcesChanged(); }};
     Agent::SourceFinder finder_{loop_, options_.root, sources_, options_.hold, say};

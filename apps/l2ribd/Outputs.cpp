@@ -29,6 +29,7 @@ void Outputs::mount(Start start, bool isEnabled, Agent::PolicySm& policy, Quil::
     }
     const bool keeps = (start == Start::warm && isKnown) || !isEnabled;
     const bool isWarm = mountAll(keeps);
+    mountRaised(isWarm);
     policy_ = &policy;
     if (keeps) objects_.takeOver(state_.reserved, *hosts_);
     policy.takeOver(isWarm ? state_.sources : 0);
@@ -59,6 +60,13 @@ bool Outputs::mountAll(bool keeps) {
     mount(objects_.labels(), L2Rib::TableInfo().labelOutputInfo(writer));
     mount(objects_.dests(), L2Rib::TableInfo().destOutputInfo(writer));
     return areKept;
+}
+
+// Few hosts ever come home to another sequence number than their own.
+void Outputs::mountRaised(bool keeps) {
+    auto info = QuilMemtab::MountInfo::writer(L2Rib::HostOutput::fwkCollection, 1024);
+    info.keepOverRestart = keeps;
+    em_.mount(Agent::Places::agent, raised_, info);
 }
 
 void Outputs::onTime() {

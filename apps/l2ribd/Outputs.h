@@ -1,4 +1,4 @@
-// Outputs: the agent's four output tables, and how a new agent comes by them.
+// Outputs: the agent's four output tables, and one of its own, and how a new agent comes by them.
 //
 // Warm, it takes the tables that the one before it left, and goes on: readers notice nothing but what has changed. What
 // sources that are not back yet have won stands for the hold time. Cold, or where nothing is known of the tables, it
@@ -21,6 +21,8 @@ class Outputs : Quil::Clock::NotifieeConst {
 
     const Quil::Ptr<L2Rib::HostOutput>& hosts() const { return hosts_; }
     Agent::ObjectOutputs& objects() { return objects_; }
+    // What the merge keeps for itself.
+    const Quil::Ptr<L2Rib::HostOutput>& raised() { return raised_; }
 
     // isEnabled: whether the merge is; while it is not, tables are never made anew.
     void mount(Start start, bool isEnabled, Agent::PolicySm& policy, Quil::Seconds hold);
@@ -30,12 +32,14 @@ class Outputs : Quil::Clock::NotifieeConst {
  private:
     void onTime() override;  // the hold time is over
     bool mountAll(bool keeps);
+    void mountRaised(bool keeps);
 
     Corestore::EntityManager& em_;
     const StateFile file_;
     const Report report_;
     AgentState state_;
     const Quil::Ptr<L2Rib::HostOutput> hosts_ = L2Rib::hostOutputFactory("host");
+    const Quil::Ptr<L2Rib::HostOutput> raised_ = L2Rib::hostOutputFactory("raised");
     Agent::ObjectOutputs objects_;
     Agent::PolicySm* policy_ = nullptr;  // once they are mounted
 };

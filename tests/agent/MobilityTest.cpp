@@ -70,7 +70,8 @@ class MobilityTest : public testing::Test {
     Quil::Ptr<HostOutput> output = hostOutputFactory("output");
     Quil::Ptr<HostInput> bgp = hostInputFactory("bgp"), ports = hostInputFactory("ports");
     ObjectOutputs objects{policySmStatusFactory("status")};
-    PolicySm policy{clock, output, objects};
+    Quil::Ptr<HostOutput> raised = hostOutputFactory("raised");
+    PolicySm policy{clock, output, objects, raised};
     Policy rules;
     std::vector<std::string> said;
 };
@@ -221,7 +222,7 @@ TEST_F(MobilityTest, HostsOverTheQuotaWait) {
 TEST_F(MobilityTest, ARaisedSequenceNumberIsTakenOver) {
     vtepIs(9, 5), portIs(1);
     ASSERT_EQ(output->host(test::keyOf(1)).host().seqNo(), Keel::Seqno32(6));
-    PolicySm again(clock, output, objects);
+    PolicySm again(clock, output, objects, raised);
     again.takeOver(sourceLocalDynamic | sourceBgp);
     again.sourceIs(sourceBgp, {bgp, {}});
     again.sourceIs(sourceLocalDynamic, {ports, {}});
@@ -229,7 +230,7 @@ TEST_F(MobilityTest, ARaisedSequenceNumberIsTakenOver) {
     EXPECT_EQ(state(), "port 1");
     EXPECT_EQ(output->host(test::keyOf(1)).host().seqNo(), Keel::Seqno32(6));
     // Also when the others are back before it.
-    PolicySm third(clock, output, objects);
+    PolicySm third(clock, output, objects, raised);
     third.takeOver(sourceLocalDynamic | sourceBgp);
     third.sourceIs(sourceBgp, {bgp, {}});
     third.settle();
@@ -238,6 +239,39 @@ TEST_F(MobilityTest, ARaisedSequenceNumberIsTakenOver) {
     third.settle();
     EXPECT_EQ(state(), "port 1");
     EXPECT_EQ(output->host(test::keyOf(1)).host().seqNo(), Keel::Seqno32(6));
+    // And when it had lost again; until the host moves, or goes, be it while nobody looks.
+    vtepIs(9, 7);
+    third.settle();
+    const auto restart = [&] {
+        auto next = std::make_unique<PolicySm>(clock, output, objects, raised);
+        next->takeOver(sourceLocalDynamic | sourceBgp);
+        next->sourceIs(sourceBgp, {bgp, {}});
+        next->sourceIs(sourceLocalDynamic, {ports, {}});
+        next->settle();
+        return next;
+    };
+    restart();
+    EXPECT_EQ(state(), "bgp 7");
+    const HostAndSource kept = raised->host(test::keyOf(1));
+    EXPECT_EQ(kept.host().seqNo(), Keel::Seqno32(6));
+    auto last = restart();
+    bgp->hostDel(test::keyOf(1));
+    last->settle();
+    EXPECT_EQ(output->host(test::keyOf(1)).host().seqNo(), Keel::Seqno32(6));
+    last.reset();
+    ports->hostDel(test::keyOf(1));
+    restart();
+    EXPECT_EQ(state(), "none");
+    EXPECT_EQ(raised->hosts().begin(), raised->hosts().end());
+    // A source that does not come back has its time.
+    raised->hostIs(kept);
+    PolicySm alone(clock, output, objects, raised);
+    alone.takeOver(sourceLocalDynamic);
+    alone.settle();
+    EXPECT_EQ(raised->host(test::keyOf(1)), kept);
+    alone.awaitedIs(0);
+    alone.settle();
+    EXPECT_EQ(raised->hosts().begin(), raised->hosts().end());
 }
 
 }  // namespace
