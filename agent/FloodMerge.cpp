@@ -7,15 +7,32 @@ namespace Agent {
 
 using Bridging::VlanId;
 
+namespace {
+
+const Quil::Name before;  // what was taken over, among the sources: none is called so
+
+}  // namespace
+
 void FloodMerge::Set::add(const Set& other) {
     isAll = isAll || other.isAll;
     for (const auto& [dest, flag] : other.dests) dests[dest] = dests[dest] || flag;
 }
 
-FloodMerge::FloodMerge(const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::FloodSetOutput> output)
-    : NotifieeConst(clock), output_(std::move(output)) {}
+FloodMerge::FloodMerge(const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::FloodSetOutput> output,
+                       std::function<void()> onChange)
+    : NotifieeConst(clock), output_(std::move(output)), onChange_(std::move(onChange)) {}
 
 FloodMerge::~FloodMerge() = default;
+
+void FloodMerge::takeOver() {
+    auto& source = sources_[before] = std::make_unique<Source>(*this);
+    source->isWhole = false;
+    source->takenOver = output_->source();
+    for (const auto& [vlanId, vlan] : output_->vlanFloodSet()) source->saidIs(vlanId, setsOf(*vlan));
+    source->markAll();
+}
+
+void FloodMerge::takenOverDel() { sourceDel(before); }
 
 void FloodMerge::sourceIs(const Quil::Ptr<L2Rib::SourceDirEntry>& entry) {
     sourceDel(entry->name());
@@ -106,9 +123,25 @@ void FloodMerge::publish(const VlanId& vlanId, const Sets& sets) {
 void FloodMerge::publishSources() {
     std::uint32_t mask = 0;
     for (const auto& [name, source] : sources_) {
-        if (!source->said.empty()) mask |= source->notifier()->source();
+        if (source->said.empty()) continue;
+        mask |= source->notifier() ? source->notifier()->source() : source->takenOver;
     }
     output_->sourceIs(mask);
+    onChange_();
+}
+
+FloodMerge::Sets FloodMerge::setsOf(const L2Rib::VlanFloodSet& vlan) {
+    Sets sets;
+    for (const auto& [mac, floodSet] : vlan.floodSet()) {
+        Set& set = sets[mac];
+        set.isAll = floodSet->floodSetType() == L2Rib::floodSetTypeAll;
+        for (const auto& [dest, flag] : floodSet->destSet()) {
+            L2Rib::Dest member;
+            member.copyAllButKey(dest);
+            set.dests[member] = set.dests[member] || flag;
+        }
+    }
+    return sets;
 }
 
 void FloodMerge::Source::onVlanFloodSet(const VlanId& vlanId) {
@@ -127,18 +160,11 @@ void FloodMerge::Source::markAll() {
 }
 
 void FloodMerge::Source::take(const VlanId& vlanId) {
-    Sets sets;
-    if (const auto vlan = notifier()->vlanFloodSet(vlanId)) {
-        for (const auto& [mac, floodSet] : vlan->floodSet()) {
-            Set& set = sets[mac];
-            set.isAll = floodSet->floodSetType() == L2Rib::floodSetTypeAll;
-            for (const auto& [dest, flag] : floodSet->destSet()) {
-                L2Rib::Dest member;
-                member.copyAllButKey(dest);
-                set.dests[member] = set.dests[member] || flag;
-            }
-        }
-    }
+    const auto vlan = notifier()->vlanFloodSet(vlanId);
+    saidIs(vlanId, vlan ? setsOf(*vlan) : Sets());
+}
+
+void FloodMerge::Source::saidIs(const VlanId& vlanId, Sets sets) {
     if (sets.empty()) {
         said.erase(vlanId);
     } else {

@@ -3,9 +3,13 @@
 // Destinations carry key 0 in the output, so that one VTEP from two sources is one member. The type is "all" if any
 // source says so, else "any". The output's source is the mask of the sources that say anything.
 //
+// What the output holds before anything is merged is what an agent before this one published: it can be taken over as
+// one more source, until all are back.
+//
 // Threads   Event-loop thread; VLANs that changed are merged from the clock, for at most the quantum a turn.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -18,8 +22,15 @@ namespace Agent {
 
 class FloodMerge : Quil::Clock::NotifieeConst {
  public:
-    FloodMerge(const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::FloodSetOutput> output);
+    // onChange is called when the output may have changed.
+    FloodMerge(
+        const Quil::Ptr<const Quil::Clock>& clock, Quil::Ptr<L2Rib::FloodSetOutput> output,
+        std::function<void()> onChange = [] {});
     ~FloodMerge() override;
+
+    // What the output holds stands, until it is to go.
+    void takeOver();
+    void takenOverDel();
 
     // Merges the flood sets of this entry from now on.
     void sourceIs(const Quil::Ptr<L2Rib::SourceDirEntry>& entry);
@@ -63,11 +74,13 @@ class FloodMerge : Quil::Clock::NotifieeConst {
         std::map<Bridging::VlanId, VlanWatcher> vlans;
         std::map<Bridging::VlanId, Sets> said;  // as last merged
         bool isWhole = true;
+        std::uint32_t takenOver = 0;  // the sources of what was taken over
         explicit Source(FloodMerge& m) : merge(m) {}
         void onVlanFloodSet(const Bridging::VlanId& vlanId) override;
         void changed(const Bridging::VlanId& vlanId) { merge.mark(vlanId); }
         void markAll();
         void take(const Bridging::VlanId& vlanId);
+        void saidIs(const Bridging::VlanId& vlanId, Sets sets);
     };
 
     void onTime() override;
@@ -76,8 +89,10 @@ class FloodMerge : Quil::Clock::NotifieeConst {
     void mergeVlan(const Bridging::VlanId& vlanId);
     void publish(const Bridging::VlanId& vlanId, const Sets& sets);
     void publishSources();
+    static Sets setsOf(const L2Rib::VlanFloodSet& vlan);
 
     const Quil::Ptr<L2Rib::FloodSetOutput> output_;
+    const std::function<void()> onChange_;
     std::map<Quil::Name, std::unique_ptr<Source>> sources_;
     std::set<Bridging::VlanId> changed_;
     bool enabled_ = true;

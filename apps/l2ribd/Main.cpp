@@ -69,6 +69,7 @@ class Agentd : L2Rib::Config::NotifieeConst {
         say(Quil::cat("ready, ", std::distance(hosts.begin(), hosts.end()), " hosts under ", options_.root,
                       config_->agentEnabled() ? "" : "; the agent is disabled"));
         loop_.run();
+        outputs_.flush();
         if (!producer) return say("ends");
         producer->withdraw();
         say(Quil::cat("ends; entries not published: ", producer->summary()));
@@ -104,7 +105,7 @@ class Agentd : L2Rib::Config::NotifieeConst {
     // the agent is told of what differs, not of an empty table in between.
     void mountOutput() {
         const auto start = options_.cold ? Outputs::Start::cold : Outputs::Start::warm;
-        outputs_.mount(start, config_->agentEnabled(), policy_, options_.hold);
+        outputs_.mount(start, config_->agentEnabled(), policy_, floods_, options_.hold);
         apply();
         policy_.settle();
         floods_.settle();
@@ -145,9 +146,9 @@ class Agentd : L2Rib::Config::NotifieeConst {
     const Quil::Ptr<L2Rib::PolicySmStatus> status_ = L2Rib::policySmStatusFactory("status");
     const Quil::Ptr<L2Rib::Config> config_ = L2Rib::configFactory("config");
     const ConfigFile file_{directory_};
-    Outputs outputs_{readers_, directory_, status_, say};
+    Outputs outputs_{readers_, directory_, status_, floodSets_, say};
     Agent::PolicySm policy_{loop_.clock(), outputs_.hosts(), outputs_.objects(), outputs_.raised()};
-    Agent::FloodMerge floods_{loop_.clock(), floodSets_};
+    Agent::FloodMerge floods_{loop_.clock(), floodSets_, [this] { outputs_.floodSetsChanged(); }};
     Agent::SourceMounts mounts_{readers_, sources_, policy_, floods_, say, [this] { outputs_.sourcesChanged(); }};
     Agent::SourceFinder finder_{loop_, options_.root, sources_, options_.hold, say};
 };

@@ -6,11 +6,13 @@
 #include "common/Names.h"
 
 Outputs::Outputs(Corestore::EntityManager& em, const Quil::String& directory,
-                 const Quil::Ptr<L2Rib::PolicySmStatus>& status, Report report)
+                 const Quil::Ptr<L2Rib::PolicySmStatus>& status, Quil::Ptr<L2Rib::FloodSetOutput> floodSets,
+                 Report report)
     : NotifieeConst(em.loop().clock()),
       em_(em),
       file_(directory),
       report_(std::move(report)),
+      floodFile_(em.loop().clock(), directory, std::move(floodSets), report_),
       objects_(status, [this](const Agent::Identifiers& reserved) {
           AgentState wanted = state_;
           wanted.reserved = reserved;
@@ -18,7 +20,8 @@ Outputs::Outputs(Corestore::EntityManager& em, const Quil::String& directory,
           state_ = wanted;
       }) {}
 
-void Outputs::mount(Start start, bool isEnabled, Agent::PolicySm& policy, Quil::Seconds hold) {
+void Outputs::mount(Start start, bool isEnabled, Agent::PolicySm& policy, Agent::FloodMerge& floods,
+                    Quil::Seconds hold) {
     bool isKnown = false;
     try {
         const auto before = file_.read();
@@ -31,10 +34,13 @@ void Outputs::mount(Start start, bool isEnabled, Agent::PolicySm& policy, Quil::
     const bool isWarm = mountAll(keeps);
     mountRaised(isWarm);
     policy_ = &policy;
+    floods_ = &floods;
     if (keeps) objects_.takeOver(state_.reserved, *hosts_);
+    if (keeps) takeOverFloodSets();
     policy.takeOver(isWarm ? state_.sources : 0);
     if (isWarm) report_("goes on with the output tables that are there");
     if (policy.awaited() != 0) wakeupTimeIs(clock().now() + hold);
+    letGo();
     state_.sources = policy.sources();
     file_.write(state_);
 }
@@ -78,8 +84,24 @@ void Outputs::onTime() {
     sourcesChanged();
 }
 
+void Outputs::takeOverFloodSets() {
+    try {
+        floodFile_.read();
+    } catch (const Quil::RangeException& error) {
+        report_(error.what());
+    }
+    floods_->takeOver();
+}
+
+// Of flood sets it is not known which source said them.
+void Outputs::letGo() {
+    if (policy_->awaited() == 0) floods_->takenOverDel();
+}
+
 void Outputs::sourcesChanged() {
-    if (!policy_ || state_.sources == policy_->sources()) return;
+    if (!policy_) return;
+    letGo();
+    if (state_.sources == policy_->sources()) return;
     state_.sources = policy_->sources();
     try {
         file_.write(state_);

@@ -1,4 +1,5 @@
-// Outputs: the agent's four output tables, and one of its own, and how a new agent comes by them.
+// Outputs: what the agent publishes, four tables and the flood sets, and a table of its own: how a new agent comes by
+// them.
 //
 // Warm, it takes the tables that the one before it left, and goes on: readers notice nothing but what has changed. What
 // sources that are not back yet have won stands for the hold time. Cold, or where nothing is known of the tables, it
@@ -6,7 +7,9 @@
 #pragma once
 
 #include "Corestore/EntityManager.h"
+#include "agent/FloodMerge.h"
 #include "agent/PolicySm.h"
+#include "l2ribd/FloodFile.h"
 #include "l2ribd/StateFile.h"
 
 class Outputs : Quil::Clock::NotifieeConst {
@@ -16,7 +19,7 @@ class Outputs : Quil::Clock::NotifieeConst {
 
     // directory: where the state is kept.
     Outputs(Corestore::EntityManager& em, const Quil::String& directory, const Quil::Ptr<L2Rib::PolicySmStatus>& status,
-            Report report);
+            Quil::Ptr<L2Rib::FloodSetOutput> floodSets, Report report);
     ~Outputs() override = default;
 
     const Quil::Ptr<L2Rib::HostOutput>& hosts() const { return hosts_; }
@@ -25,21 +28,28 @@ class Outputs : Quil::Clock::NotifieeConst {
     const Quil::Ptr<L2Rib::HostOutput>& raised() { return raised_; }
 
     // isEnabled: whether the merge is; while it is not, tables are never made anew.
-    void mount(Start start, bool isEnabled, Agent::PolicySm& policy, Quil::Seconds hold);
-    // Other sources are merged now.
+    void mount(Start start, bool isEnabled, Agent::PolicySm& policy, Agent::FloodMerge& floods, Quil::Seconds hold);
+    // Other sources are merged now; other flood sets are published.
     void sourcesChanged();
+    void floodSetsChanged() { floodFile_.changed(); }
+    // What is still to be written.
+    void flush() { floodFile_.writeNow(); }
 
  private:
     void onTime() override;  // the hold time is over
     bool mountAll(bool keeps);
     void mountRaised(bool keeps);
+    void takeOverFloodSets();
+    void letGo();
 
     Corestore::EntityManager& em_;
     const StateFile file_;
     const Report report_;
+    FloodFile floodFile_;
     AgentState state_;
     const Quil::Ptr<L2Rib::HostOutput> hosts_ = L2Rib::hostOutputFactory("host");
     const Quil::Ptr<L2Rib::HostOutput> raised_ = L2Rib::hostOutputFactory("raised");
     Agent::ObjectOutputs objects_;
     Agent::PolicySm* policy_ = nullptr;  // once they are mounted
+    Agent::FloodMerge* floods_ = nullptr;
 };

@@ -250,4 +250,20 @@ TEST_F(FloodMergeTest, WhatASourceSaidStandsWhileItIsNotWholeOrTheAgentDisabled)
     EXPECT_EQ(merged(), "0");
 }
 
+TEST_F(FloodMergeTest, WhatIsTakenOverStandsUntilItIsToGo) {
+    auto set = output->vlanFloodSetIs(ten)->floodSetIs(all);
+    set->floodSetTypeIs(floodSetTypeAny);
+    set->destSetIs(vtep("10.0.0.9"), true);
+    output->sourceIs(sourceBgp);
+    merge.enabledIs(false);
+    merge.takeOver();
+    fixed->vlanFloodSetIs(ten)->floodSetIs(all)->destSetIs(vtep("10.0.0.4"), true);
+    merge.sourceIs(fixed);
+    EXPECT_EQ(merged(), "10 Any 0:10.0.0.9; 1");
+    merge.enabledIs(true);
+    EXPECT_EQ(merged(), "10 Any 0:10.0.0.4 0:10.0.0.9; 5");
+    merge.takenOverDel();
+    EXPECT_EQ(merged(), "10 Any 0:10.0.0.4; 4");
+}
+
 }  // namespace

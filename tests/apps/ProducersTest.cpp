@@ -408,11 +408,16 @@ TEST_F(ProducersTest, AnAgentGoesOnWithTheTablesOfTheOneBeforeUnlessItCannot) {
         std::string bytes{std::istreambuf_iterator<char>(file), {}};
         return bytes.substr(8, 8);
     };
+    const auto floods = [&] { return tool({"-j", "flood", "show"}).second; };
     auto lab = producer(write("lab.json", everything));
-    auto vxlan = producer(write("vxlan.json", sourceOf("vxlan-static", {40}, 0)));
+    Json forty = Json::parse(sourceOf("vxlan-static", {40}, 0));
+    forty["floodSets"] = {{{"vlan", 40}, {"dests", {{{"type", "interface"}, {"name", "port-x1"}}}}}};
+    auto vxlan = producer(write("vxlan.json", forty.dump()));
     auto daemon = agent();
-    const std::string before = outputs(), first = incarnation();
+    const std::string before = outputs(), first = incarnation(), flooded = floods();
     EXPECT_NE(before.find("\"vlan\":40"), std::string::npos);
+    EXPECT_NE(flooded.find("\"vlan\":40"), std::string::npos);
+    usleep(1500000);  // what the agent remembers is written by now
     daemon->kill(SIGKILL);
     daemon->wait();
     vxlan->kill(SIGTERM);
@@ -421,16 +426,23 @@ TEST_F(ProducersTest, AnAgentGoesOnWithTheTablesOfTheOneBeforeUnlessItCannot) {
     daemon->readUntil("ready, 5 hosts");
     EXPECT_EQ(outputs(), before);
     EXPECT_EQ(incarnation(), first);
+    EXPECT_EQ(floods(), flooded);
     daemon->readUntil("not back after a restart of the agent: vxlan-static");
     EXPECT_TRUE(becomes("10 bgp-evpn-mpls , 10 bgp-evpn-mpls , 20 bgp-evpn-mpls , 30 bgp-evpn-mpls 10.0.0.2"));
     const std::string without = outputs();
+    for (int i = 0; i < 100 && tool({"flood", "show", "vlan", "40"}).first == 0; ++i) usleep(20000);
+    const Json rest = Json::parse(floods());
+    EXPECT_EQ(rest["total"], 1);
 
     // One table is damaged: it is made anew, and the others are right beside it.
     daemon->kill(SIGTERM);
     daemon->wait();
+    std::ofstream(scratch.path() + "/l2rib/agent/flood-sets.json") << R"({"sources":4,"vlans":{"40":{"0":{}}}})";
     std::ofstream(scratch.path() + "/l2rib/output/lb/lb/slots") << "nonsense";
     daemon = start({"l2ribd", "--fdb", "none"}, "the table l2rib/output/lb/lb was damaged: it is made anew");
+    daemon->readUntil("flood-sets.json: vlans.40.0: ");
     daemon->readUntil("ready, 4 hosts");
+    EXPECT_EQ(Json::parse(floods()), rest);
     EXPECT_NE(incarnation(), first);
     const Json healed = Json::parse(outputs())["sources"][0], was = Json::parse(without)["sources"][0];
     EXPECT_EQ(healed["dests"], was["dests"]);
