@@ -91,9 +91,12 @@ void Mobility::conflictIs(const Key& key, bool isConflict) {
     }
 }
 
-void Mobility::clear(const Key& key) {
+bool Mobility::clear(const Key& key) {
     const auto known = histories_.find(key);
-    if (known != histories_.end()) release(known->second, key);
+    if (known == histories_.end()) return false;
+    const bool wasDuplicate = known->second.isDuplicate;
+    release(known->second, key);
+    return wasDuplicate;
 }
 
 void Mobility::clearAll() {

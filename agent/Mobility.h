@@ -58,7 +58,7 @@ class Mobility : Quil::Clock::NotifieeConst {
     // Whether static and dynamic claims on the host lead to different places.
     void conflictIs(const Key& key, bool isConflict);
     // Duplicates no more. By the operator.
-    void clear(const Key& key);
+    bool clear(const Key& key);  // whether it was a duplicate
     void clearAll();
 
     const History* history(const Key& key) const;  // null: has not moved

@@ -1,5 +1,7 @@
 #include "common/JsonObject.h"
 
+#include <vector>
+
 namespace Apps {
 namespace {
 
@@ -25,8 +27,17 @@ bool isTooDeep(const Quil::String& text) {
 
 Json parseJson(const Quil::String& text) {
     if (isTooDeep(text)) throw Quil::RangeException(Quil::cat("is nested deeper than ", maxDepth, " levels"));
+    std::vector<std::set<Quil::String>> open;  // the keys of the objects around
+    const auto refuseTwice = [&](int, Json::parse_event_t event, Json& value) {
+        if (event == Json::parse_event_t::object_start) open.emplace_back();
+        if (event == Json::parse_event_t::object_end) open.pop_back();
+        if (event == Json::parse_event_t::key && !open.back().insert(value.get<Quil::String>()).second) {
+            throw Quil::RangeException("is given twice", value.get<Quil::String>());
+        }
+        return true;
+    };
     try {
-        return Json::parse(text);
+        return Json::parse(text, refuseTwice);
     } catch (const Json::parse_error& error) {
         throw Quil::RangeException(Quil::cat("is not JSON from byte ", error.byte, " on"));
     } catch (const Json::exception&) {

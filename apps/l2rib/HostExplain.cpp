@@ -193,9 +193,9 @@ int hostExplain(const Options& options) {
 
 int hostClear(const Options& options) {
     const Selectors selectors(options.words, {"vlan", "mac"});
-    AgentQuestions(options.root)
-        .ask({{"clear", options.words.empty() ? Apps::Json() : Apps::Json(selectors.host().str())}});
-    return exitFound;
+    const bool isOne = !options.words.empty();
+    const Json answer = AgentQuestions(options.root).ask({{"clear", isOne ? Json(selectors.host().str()) : Json()}});
+    return isOne && answer.at("cleared") == 0 ? exitNoMatch : exitFound;
 }
 
 }  // namespace Tool

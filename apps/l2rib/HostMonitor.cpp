@@ -64,9 +64,18 @@ class Monitor : public L2Rib::HostOutput::NotifieeConst {
                   << now.via;
         if (old && record) {
             const Apps::HostView was = view(*old);
-            std::cout << " (was " << was.source << " " << was.via << ")";
+            std::cout << " (was " << was.source << " " << was.via << unshown(was, now) << ")";
         }
         std::cout << std::endl;
+    }
+
+    // What differs of the rest.
+    static Quil::String unshown(const Apps::HostView& was, const Apps::HostView& now) {
+        Quil::String text;
+        if (was.preference != now.preference) text += Quil::cat(", pref ", was.preference, " -> ", now.preference);
+        if (was.seqNo != now.seqNo) text += Quil::cat(", seq ", was.seqNo, " -> ", now.seqNo);
+        if (was.entryType != now.entryType) text += Quil::cat(", ", was.entryType, " -> ", now.entryType);
+        return text;
     }
 
     void printJson(const char* op, const L2Rib::HostAndSource* old, const L2Rib::HostAndSource* record) {

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "SharedMem/FenixFile.h"
 #include "l2rib/Command.h"
 
 namespace {
@@ -52,7 +53,10 @@ void Tool::requireNoWords(const Options& options) {
 void Tool::HostTable::mountReadable() {
     mount();
     const auto& map = hosts->hostControl();
-    if (!map.isReadable()) throw Quil::SystemException(Quil::cat("no table ", map.name(), " under ", em.root()));
+    if (map.isReadable()) return;
+    const bool hasFiles = SharedMem::FenixFile::read(map.directory()) != 0;
+    throw Quil::SystemException(Quil::cat(hasFiles ? "cannot be read, see l2rib table check: " : "no table ",
+                                          map.name(), " under ", em.root()));
 }
 
 void Tool::flushOutput() {

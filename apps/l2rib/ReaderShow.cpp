@@ -24,12 +24,13 @@ void print(const TableFiles& table, const Mem::ReaderList& list) {
 }  // namespace
 
 int readerShow(const Options& options) {
+    const auto tables = findTables(options.root, options.words);
     bool any = false;
     Apps::Json rows = Apps::Json::array();
     if (!options.json) {
         std::printf("%-24s  %8s  %-20s  %10s  %6s  %7s\n", "Table", "PID", "Name", "Sequence", "Behind", "Age");
     }
-    for (const TableFiles& table : findTables(options.root, options.words)) {
+    for (const TableFiles& table : tables) {
         const auto list = Mem::askForReaders(table.directory, answerTimeout);
         any = any || (list && !list->readers.empty());
         if (!options.json) {

@@ -43,7 +43,7 @@ Json Answers::operator()(const Json& question, bool isOwner) {
     object.readEach("flags", [&](const Json& key) { answer.push_back(flags(keyOf(key))); });
     object.read("clear", [&](const Json& key) {
         if (!isOwner) throw Quil::RangeException("only the agent's own user and root may clear");
-        clear(key);
+        answer = {{"cleared", clear(key)}};
     });
     object.end();
     return answer;
@@ -91,6 +91,9 @@ Json Answers::counts() const {
             {"awaited", policy_.awaited()},         {"sources", sources}};
 }
 
-void Answers::clear(const Json& key) {
-    key.is_null() ? policy_.mobility().clearAll() : policy_.mobility().clear(keyOf(key));
+std::size_t Answers::clear(const Json& key) {
+    if (!key.is_null()) return policy_.mobility().clear(keyOf(key));
+    const std::size_t duplicates = policy_.mobility().numDuplicates();
+    policy_.mobility().clearAll();
+    return duplicates;
 }

@@ -8,7 +8,7 @@
 //   {"flags": [KEY, ...]}   [FLAGS, ...]
 //   {"counts": true}        {"moves": ..., "duplicates": ..., "conflicts": ..., "conflictsSeen": ..., "awaited": mask,
 //                           "sources": [{"source": bit, "waiting": ..., "refused": ..., "overQuota": ...}]}
-//   {"clear": KEY}, {"clear": null}   {}: the host, all hosts are duplicates no more
+//   {"clear": KEY}, {"clear": null}   {"cleared": how many}: the host, all hosts are duplicates no more
 //
 // KEY is a host's MAC and VLAN as text, ROW an output row as it lies in the table, in hexadecimal; FLAGS are letters: S
 // static, D duplicate, F frozen, C conflict, * there are other claims. Times are CLOCK_BOOTTIME.
@@ -25,7 +25,7 @@ class Answers {
  private:
     Apps::Json explain(const Bridging::MacVlanPair& key) const;
     Apps::Json counts() const;
-    void clear(const Apps::Json& key);
+    std::size_t clear(const Apps::Json& key);  // how many duplicates there were
     Quil::String flags(const Bridging::MacVlanPair& key) const;
     Quil::String flags(const Bridging::MacVlanPair& key, const Agent::PolicySm::Explanation& explanation) const;
 

@@ -31,6 +31,10 @@ void Outputs::mount(Start start, bool isEnabled, Agent::PolicySm& policy, Agent:
         report_(error.what());
     }
     const bool keeps = (start == Start::warm && isKnown) || !isEnabled;
+    const auto hostTable = Mem::pathUnder(em_.root(), Quil::cat(Agent::Places::output, "/host/host"));
+    if (start == Start::warm && !keeps && SharedMem::FenixFile::read(hostTable) != 0) {
+        report_("what the agent before knew of its output tables is lost: they are made anew");
+    }
     const bool isWarm = mountAll(keeps);
     mountRaised(isWarm);
     policy_ = &policy;
