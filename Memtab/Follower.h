@@ -49,13 +49,15 @@ class Follower {
             if (!reader.safeValue(slot, value, seen.state)) continue;
             seen.key = value.fwkKey();
             seen.known = true;
-            seen.marked = !isKnown(before, value);
+            seen.marked = !isKnown(before, slot, value);
         }
         std::vector<Key> gone;
-        for (const Seen& seen : seen_) {
+        for (std::uint32_t slot = 0; slot < seen_.size(); ++slot) {
+            const Seen& seen = seen_[slot];
+            if (!seen.known || holds(present, slot, seen.key)) continue;
             bool found = false;
-            if (seen.known) reader.lookup(seen.key, found);
-            if (seen.known && !found) gone.push_back(seen.key);
+            reader.lookup(seen.key, found);
+            if (!found) gone.push_back(seen.key);
         }
         seen_ = std::move(present);
         gone_.insert(gone.begin(), gone.end());
@@ -149,16 +151,25 @@ class Follower {
         seen.marked = true;
         if (!std::exchange(seen.queued, true)) changed_.push_back(slot);
     }
-    // Whether this is the value that its key is known to hold. Damage of the table before makes all unknown.
-    bool isKnown(Reader*& before, const Value& value) {
+    static bool holds(const std::vector<Seen>& seen, std::uint32_t slot, const Key& key) {
+        return slot < seen.size() && seen[slot].known && OpsType::equal(seen[slot].key, key);
+    }
+    // Whether this, which now lies in that slot, is what its key is known to hold. Damage of the table before makes all
+    // unknown.
+    bool isKnown(Reader*& before, std::uint32_t slot, const Value& value) {
         if (!before) return false;
+        const Key key = value.fwkKey();
         try {
-            const Key key = value.fwkKey();
-            bool found = false;
-            const Value& held = before->lookup(key, found);
-            if (!found || !hasOnlyGrown(sizeOf(*before)) || before->lastSlot() >= seen_.size()) return false;
-            const Seen& seen = seen_[before->lastSlot()];
-            return seen.known && !seen.marked && seen.state == before->lastState() && OpsType::equal(seen.key, key) &&
+            if (!holds(seen_, slot, key)) {  // in other files it lies anywhere
+                bool found = false;
+                before->lookup(key, found);
+                if (found) slot = before->lastSlot();
+                if (!found || !holds(seen_, slot, key)) return false;
+            }
+            Value held;
+            std::uint32_t state = 0;
+            const bool isThere = before->safeValue(slot, held, state) && hasOnlyGrown(sizeOf(*before));
+            return isThere && !seen_[slot].marked && state == seen_[slot].state &&
                    std::memcmp(&held, &value, sizeof value) == 0;
         } catch (const Verro::CorruptionDetectedException&) {
             before = nullptr;

@@ -86,9 +86,8 @@ class MemtabReader {
         return found;
     }
 
-    // The slot of the entry that the last successful lookup found, and the state word that came with it.
+    // The slot of the entry that the last successful lookup found.
     std::uint32_t lastSlot() const { return hint_.slot; }
-    std::uint32_t lastState() const { return hint_.state; }
     std::uint32_t numSlots() const { return slots_.numSlots(); }
     std::uint32_t slotCounter() const { return slots_.countCounter(); }
     std::uint32_t bucketCounter() const { return buckets_.countCounter(); }

@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 
 #include "Corestore/EntityManager.h"
@@ -41,7 +42,7 @@ class Consumer : public L2Rib::L2RibClientSm {
 };
 
 struct Shown {
-    std::atomic<bool> ready{false}, go{false};
+    std::atomic<bool> filled{false}, ready{false}, go{false}, restart{false};
     std::atomic<double> begin{0};
 };
 
@@ -75,7 +76,28 @@ void phase(const char* what, std::uint32_t hosts, double quantum, Consumer& clie
     std::fflush(stdout);
 }
 
+// The writer goes and comes back with the table that it left: the reader compares both times, and tells nothing.
+void restart(std::uint32_t hosts, const L2Rib::HostOutput& table, const Consumer& client, Quil::EventLoop& loop,
+             Shown& shown) {
+    const std::uint64_t before = client.calls;
+    double longest = 0;
+    const auto turnUntil = [&](bool isMounted) {
+        while (table.hostControl().mounted() != isMounted) {
+            const double start = nanoseconds();
+            loop.runOnce(0);
+            longest = std::max(longest, nanoseconds() - start);
+        }
+    };
+    shown.restart = true;
+    turnUntil(false);
+    turnUntil(true);
+    for (const double end = nanoseconds() + 2e8; nanoseconds() < end;) loop.runOnce(0.001);
+    std::printf("%-10s  %8u  %.1f milliseconds the longest turn, %llu calls\n", "restart", hosts, longest / 1e6,
+                static_cast<unsigned long long>(client.calls - before));
+}
+
 void consume(const std::string& path, std::uint32_t hosts, double quantum, Shown& shown) {
+    while (!shown.filled) usleep(1000);
     Quil::EventLoop loop;
     auto em = Quil::makePtr<Corestore::EntityManager>(loop, path);
     auto table = L2Rib::hostOutputFactory("host");
@@ -100,29 +122,61 @@ void consume(const std::string& path, std::uint32_t hosts, double quantum, Shown
     const std::uint64_t last = std::uint64_t(hosts) + burstSize;
     const auto caughtUp = [&] { return table->hostControl().sequence() == last && client->changedHost().empty(); };
     phase("burst", hosts, quantum, *client, loop, shown.begin, caughtUp);
+    restart(hosts, *table, *client, loop, shown);
     std::printf("%-10s  %8u  %.0f bytes of the consumer's own memory for a host\n", "memory", hosts, perHost);
     std::fflush(stdout);
 }
 
+// The table's writer.
+class Writer {
+ public:
+    Writer(const std::string& path, std::uint32_t hosts)
+        : hosts_(hosts), em_(loop_, path), info_(QuilMemtab::MountInfo::writer("host", hosts)) {
+        mount();
+        for (std::uint32_t n = 0; n < hosts; ++n) table_->hostIs(valueOf(entryOf(n), 1).value());
+        info_.keepOverRestart = true;
+    }
+    void turn(Quil::Seconds atMost) { loop_.runOnce(atMost); }
+    void burst() {
+        for (std::uint32_t i = 0; i < burstSize; ++i) {
+            const auto n = static_cast<std::uint32_t>(i * 7919ull % hosts_);
+            table_->hostIs(valueOf(entryOf(n), i + 2).value());
+            if (i % 256 == 0) turn(0);
+        }
+    }
+    void restart() {
+        em_.unmount("l2rib/output", "host");
+        mount();
+    }
+
+ private:
+    void mount() {
+        table_ = L2Rib::hostOutputFactory("host");
+        em_.mount("l2rib/output", table_, info_);
+    }
+    const std::uint32_t hosts_;
+    Quil::EventLoop loop_;
+    Corestore::EntityManager em_;
+    QuilMemtab::MountInfo info_;
+    Quil::Ptr<L2Rib::HostOutput> table_;
+};
+
 void run(const std::string& path, std::uint32_t hosts) {
     for (const double quantum : {0.01, 1e9}) {
-        Quil::EventLoop loop;
-        Corestore::EntityManager em(loop, path);
-        auto table = L2Rib::hostOutputFactory("host");
-        em.mount("l2rib/output", table, QuilMemtab::MountInfo::writer("host", hosts));
-        for (std::uint32_t n = 0; n < hosts; ++n) table->hostIs(valueOf(entryOf(n), 1).value());
         Shared<Shown> shown;
+        std::optional<Writer> writer;  // made in this process alone: a fork would hold its lock as well
         beside([&] { consume(path, hosts, quantum, *shown); },
                [&] {
-                   loop.runOnce(0.001);
+                   if (!writer) {
+                       writer.emplace(path, hosts);
+                       shown->filled = true;
+                   }
+                   writer->turn(0.001);
+                   if (shown->restart.exchange(false)) writer->restart();
                    if (!shown->ready || shown->go) return;
                    shown->begin = nanoseconds();
                    shown->go = true;
-                   for (std::uint32_t i = 0; i < burstSize; ++i) {
-                       const auto n = static_cast<std::uint32_t>(i * 7919ull % hosts);
-                       table->hostIs(valueOf(entryOf(n), i + 2).value());
-                       if (i % 256 == 0) loop.runOnce(0);
-                   }
+                   writer->burst();
                });
     }
 }

@@ -35,7 +35,10 @@ struct Following {
         bool found = false;
         reader.lookup(NumberKey{n}, found);
         if (found) follower.saw(reader.lastSlot(), NumberKey{n});
-        return {reader.lastSlot(), reader.lastState()};
+        Item item;
+        std::uint32_t state = 0;
+        reader.safeValue(reader.lastSlot(), item, state);
+        return {reader.lastSlot(), state};
     }
     Told deliver() {
         Told told;
