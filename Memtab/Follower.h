@@ -40,6 +40,8 @@ class Follower {
     // Goes over to this table and marks every key that differs from the one followed so far, if that is still mapped;
     // else all keys of both. An exception leaves everything as it was.
     void resynchronise(Reader* before, Reader& reader, ConquerReader& queue) {
+        reader.checkSize();
+        const Size size = sizeOf(reader);
         // What changes from here on is queued behind the sequence taken now; what changed before is seen by the scan.
         queue.skipToEnd();
         std::vector<Seen> present;
@@ -51,13 +53,15 @@ class Follower {
             seen.known = true;
             seen.marked = !isKnown(before, slot, value);
         }
+        for (Seen& seen : present) seen.marked = seen.known && (seen.marked || !before);
         std::vector<Key> gone;
         for (std::uint32_t slot = 0; slot < seen_.size(); ++slot) {
             const Seen& seen = seen_[slot];
             if (!seen.known || holds(present, slot, seen.key)) continue;
+            // Also what the scan has missed, since it moved meanwhile: it is seen nowhere from now on.
             bool found = false;
             reader.lookup(seen.key, found);
-            if (!found) gone.push_back(seen.key);
+            if (!found || !holds(present, reader.lastSlot(), seen.key)) gone.push_back(seen.key);
         }
         seen_ = std::move(present);
         gone_.insert(gone.begin(), gone.end());
@@ -65,7 +69,7 @@ class Follower {
         for (std::uint32_t slot = 0; slot < seen_.size(); ++slot) {
             if (seen_[slot].marked) mark(slot);
         }
-        size_ = sizeOf(reader);
+        size_ = size;
     }
 
     // The table hands out this entry, found in this slot.
@@ -82,9 +86,11 @@ class Follower {
     // Takes at most so many notifications. Returns whether more may be waiting.
     bool collect(Reader& reader, ConquerReader& queue, std::size_t budget) {
         slots_.clear();
+        reader.checkSize();
+        const Size size = sizeOf(reader);
         const bool more = queue.poll(slots_, budget);
         for (const std::uint32_t slot : slots_) note(reader, slot);
-        if (!more) size_ = sizeOf(reader);
+        if (!more) size_ = size;
         return more;
     }
 

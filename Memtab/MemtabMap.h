@@ -201,6 +201,7 @@ class MemtabMap : ReaderSm::Front {
     // Counts it, traces it, leaves a record in the table's directory once per incarnation, and tells the owner.
     void corruptionDetected(const Quil::String& message) {
         ++corruptions_;
+        if (attached_) attached_->isDamaged = true;
         debug().log(1, [&] { return Quil::cat("MemtabMap::corruptionDetected() ", name_, ": ", message); });
         if (!directory_.empty() && recordedFor_ != incarnation_) {
             recordedFor_ = incarnation_;
@@ -231,6 +232,7 @@ class MemtabMap : ReaderSm::Front {
         Reader reader;
         ConquerReader queue;
         const FenixId fenix;
+        bool isDamaged = false;  // so what anyone was handed is no word on what it holds
         Attached(Quil::Trace& debug, FenixId incarnation) : reader(debug), fenix(incarnation) {}
     };
 
@@ -361,7 +363,7 @@ class MemtabMap : ReaderSm::Front {
             !fresh->queue.attach(debug(), directory, fenix, reason)) {
             return false;
         }
-        Reader* const before = attached_ ? &attached_->reader : nullptr;
+        Reader* const before = attached_ && !attached_->isDamaged ? &attached_->reader : nullptr;
         const bool good = trying([&] { follower_.resynchronise(before, fresh->reader, fresh->queue); });
         if (!good) {
             reason = "corruption detected";

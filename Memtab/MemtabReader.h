@@ -88,6 +88,10 @@ class MemtabReader {
 
     // The slot of the entry that the last successful lookup found.
     std::uint32_t lastSlot() const { return hint_.slot; }
+    // Learns of another size at once, not with the next look.
+    void checkSize() {
+        stable([] {});
+    }
     std::uint32_t numSlots() const { return slots_.numSlots(); }
     std::uint32_t slotCounter() const { return slots_.countCounter(); }
     std::uint32_t bucketCounter() const { return buckets_.countCounter(); }

@@ -126,8 +126,11 @@ void ReaderSm::onClosed() {
     wakeIn(0);
 }
 
+// A writer may have come and gone without our having looked: what is mapped is compared once more.
 void ReaderSm::onDirectoryChange() {
-    if (!kick_ && !working_) tryMount();  // a connection that only guards waits for its time
+    if (kick_ || working_) return;  // a connection that only guards waits for its time
+    attached_ = 0;
+    tryMount();
 }
 
 void ReaderSm::onTime() { working_ || (kick_ && !kicks_ && state_ == State::mounted) ? work() : tryMount(); }

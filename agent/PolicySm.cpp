@@ -100,7 +100,7 @@ void PolicySm::scheduleRetries() {
     const auto consider = [&](Quil::Seconds at) {
         if (at != 0) next = std::min(next, at);
     };
-    for (const Quil::Seconds at : {sweepRetryAt_, againRetryAt_, doomedRetryAt_}) consider(at);
+    for (const Quil::Seconds at : {sweepRetryAt_, raisedRetryAt_, againRetryAt_, doomedRetryAt_}) consider(at);
     for (const auto& [source, input] : inputs_) {
         consider(input->objectsRetryAt);
         consider(input->hostsRetryAt);
@@ -122,7 +122,7 @@ bool PolicySm::isSettled() const {
 bool PolicySm::step() {
     const auto electKey = [this](const auto& key) { elect(key); };
     bool any = sweepStep();
-    any = raisedStep() || any;
+    attempt(raisedRetryAt_, [&] { any = raisedStep() || any; });
     any = walkStep() || any;
     for (const auto& [source, input] : inputs_) any = stepOf(*input) || any;
     attempt(againRetryAt_, [&] { any = again_.step(electKey) || any; });
@@ -148,8 +148,12 @@ bool PolicySm::sweepStep() {
 bool PolicySm::raisedStep() {
     if (!raised_.isWalking()) return false;
     raised_.step([this](L2Rib::Source source, const auto& key) {
-        const SourceInput* of = input(source);
-        return of ? of->isWhole() && !of->hasRow(key) : (awaited_ & source) == 0;
+        const auto of = inputs_.find(source);
+        if (of == inputs_.end()) {
+            if (!(awaited_ & source)) raised_.del(source, key);
+        } else if (of->second->isWhole() && !of->second->hasRow(key)) {
+            of->second->forget(key);
+        }
     });
     return true;
 }

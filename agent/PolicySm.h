@@ -116,7 +116,7 @@ class PolicySm : Quil::Clock::NotifieeConst {
     Policy rules_;
     Mobility mobility_;
     Round<Bridging::MacVlanPair> again_;
-    Quil::Seconds sweepRetryAt_ = 0, againRetryAt_ = 0, doomedRetryAt_ = 0;
+    Quil::Seconds sweepRetryAt_ = 0, raisedRetryAt_ = 0, againRetryAt_ = 0, doomedRetryAt_ = 0;
     std::vector<Candidate> claims_;  // on the host at hand
     bool isReelecting_ = false;
     bool enabled_ = true;

@@ -35,15 +35,15 @@ class Raised {
         if (of(source, key)) table_->hostDel(key);
     }
 
-    // A walk through all that are kept, in steps: those of which isOver(source, key) go.
+    // A walk through all that are kept, in steps: calls visit(source, key), which may delete it. It stays while that
+    // throws.
     void walk() { walk_ = table_->hosts().begin(); }
     bool isWalking() const { return bool(walk_); }
     template <class F>
-    void step(F&& isOver) {
-        const L2Rib::Source source = walk_->source();
+    void step(F&& visit) {
         const Key key = walk_.key();
+        visit(walk_->source(), key);
         ++walk_;
-        if (isOver(source, key)) del(source, key);
     }
 
  private:

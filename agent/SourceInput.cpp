@@ -107,8 +107,11 @@ std::uint32_t SourceInput::seqNoOnArrival(const L2Rib::Host& host, std::optional
 
 void SourceInput::forget(const Key& key) {
     graph_.hostNextIs(key, {});
-    stays_.erase(key);
-    raised_.del(source_, key);
+    const bool mayComeBack = !isWhole_ && raised_.of(source_, key);
+    if (!mayComeBack) {
+        raised_.del(source_, key);
+        stays_.erase(key);
+    }
     if (const auto next = quota_.release(key)) hosts_.mark(*next);
 }
 

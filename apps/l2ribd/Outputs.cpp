@@ -36,7 +36,7 @@ void Outputs::mount(Start start, bool isEnabled, Agent::PolicySm& policy, Agent:
         report_("what the agent before knew of its output tables is lost: they are made anew");
     }
     const bool isWarm = mountAll(keeps);
-    mountRaised(isWarm);
+    mountRaised(keeps);
     policy_ = &policy;
     floods_ = &floods;
     if (keeps) objects_.takeOver(state_.reserved, *hosts_);
@@ -53,16 +53,8 @@ void Outputs::mount(Start start, bool isEnabled, Agent::PolicySm& policy, Agent:
 // it.
 bool Outputs::mountAll(bool keeps) {
     bool areKept = keeps;
-    const auto mount = [&](const auto& table, auto info) {
-        using Table = std::decay_t<decltype(*table)>;
-        const Quil::String name = Quil::cat(Agent::Places::output, "/", table->name(), "/", Table::fwkCollection);
-        const Quil::String directory = Mem::pathUnder(em_.root(), name);
-        const auto before = SharedMem::FenixFile::read(directory);
-        info.keepOverRestart = keeps;
-        em_.mount(Agent::Places::output, table, info);
-        const bool isKept = SharedMem::FenixFile::read(directory) == before;
-        if (keeps && before != 0 && !isKept) report_(Quil::cat("the table ", name, " was damaged: it is made anew"));
-        areKept = areKept && isKept;
+    const auto mount = [&](const auto& table, const auto& info) {
+        areKept = mountOne(Agent::Places::output, table, info, keeps) && areKept;
     };
     using QuilMemtab::writer;
     mount(hosts_, L2Rib::TableInfo().hostOutputInfo(writer));
@@ -74,9 +66,20 @@ bool Outputs::mountAll(bool keeps) {
 
 // Few hosts ever come home to another sequence number than their own.
 void Outputs::mountRaised(bool keeps) {
-    auto info = QuilMemtab::MountInfo::writer(L2Rib::HostOutput::fwkCollection, 1024);
+    mountOne(Agent::Places::agent, raised_, QuilMemtab::MountInfo::writer(L2Rib::HostOutput::fwkCollection, 1024),
+             keeps);
+}
+
+template <class Table>
+bool Outputs::mountOne(const char* place, const Quil::Ptr<Table>& table, QuilMemtab::MountInfo info, bool keeps) {
+    const Quil::String name = Quil::cat(place, "/", table->name(), "/", Table::fwkCollection);
+    const Quil::String directory = Mem::pathUnder(em_.root(), name);
+    const auto before = SharedMem::FenixFile::read(directory);
     info.keepOverRestart = keeps;
-    em_.mount(Agent::Places::agent, raised_, info);
+    em_.mount(place, table, info);
+    const bool isKept = SharedMem::FenixFile::read(directory) == before;
+    if (keeps && before != 0 && !isKept) report_(Quil::cat("the table ", name, " was damaged: it is made anew"));
+    return isKept;
 }
 
 void Outputs::onTime() {

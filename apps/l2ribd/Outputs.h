@@ -39,6 +39,9 @@ class Outputs : Quil::Clock::NotifieeConst {
     void onTime() override;  // the hold time is over
     bool mountAll(bool keeps);
     void mountRaised(bool keeps);
+    // Whether what is there was kept.
+    template <class Table>
+    bool mountOne(const char* place, const Quil::Ptr<Table>& table, QuilMemtab::MountInfo info, bool keeps);
     void takeOverFloodSets();
     void letGo();
 

@@ -274,9 +274,19 @@ TEST_F(MountTest, AWriterGoesOnWithAWholeTable) {
     ASSERT_TRUE(test::turnUntil(loop, [&] { return recorder.keys.size() >= 102; }));
     EXPECT_EQ(std::set(recorder.keys.begin() + 100, recorder.keys.end()), (std::set{keyOf(7), keyOf(8)}));
     EXPECT_EQ(recorder.collections, 1);
+    // One that came and went while nobody looked.
+    nextEm.unmount("l2rib/output", "host");
+    ASSERT_TRUE(
+        test::turnUntil(loop, [&] { return reader->hostControl().readerState() == Memtab::ReaderSm::State::stale; }));
+    for (int i = 0; i < 20; ++i) loop.runOnce(0.01);
+    recorder.keys.clear();
+    Corestore::EntityManager briefEm(loop, scratch.path());
+    start(briefEm)->hostIs(recordOf(9, 2));
+    briefEm.unmount("l2rib/output", "host");
+    ASSERT_TRUE(test::turnUntil(loop, [&] { return !recorder.keys.empty(); }));
+    EXPECT_EQ(recorder.keys, std::vector{keyOf(9)});
 
     // What is not whole is begun anew, under a new number.
-    nextEm.unmount("l2rib/output", "host");
     std::fstream(tableDirectory() + "/slots", std::ios::in | std::ios::out).seekp(168).put(1);
     Corestore::EntityManager lastEm(loop, scratch.path());
     auto last = start(lastEm);

@@ -1,6 +1,9 @@
 // TableFixture.h: one table of small self-accusing records, a writer and a reader of it, in one process.
 #pragma once
 
+#include <functional>
+#include <utility>
+
 #include "Mem/Local.h"
 #include "Mem/ReaderKickSm.h"
 #include "Mem/Shared.h"
@@ -17,6 +20,12 @@ struct NumberKey {
     std::uint32_t hash() const { return Verro::OneAtATime().add(number).finish(); }
     std::uint32_t identity() const { return number; }
     std::uint32_t constant() const { return 7; }
+    // Runs what is set, once: in the middle of whatever looks for a key.
+    std::uint32_t hooked() const {
+        if (const auto run = std::exchange(atHash, nullptr)) run();
+        return hash();
+    }
+    inline static std::function<void()> atHash;
     std::string str() const { return std::to_string(number); }
     friend auto operator<=>(const NumberKey&, const NumberKey&) = default;
 };
@@ -38,6 +47,7 @@ struct Item {
 
 using GoodOps = Memtab::Ops<NumberKey, Item>;
 using IdentityOps = Memtab::Ops<NumberKey, Item, Memtab::Hash<NumberKey, &NumberKey::identity>>;
+using HookedOps = Memtab::Ops<NumberKey, Item, Memtab::Hash<NumberKey, &NumberKey::hooked>>;
 using ConstantOps = Memtab::Ops<NumberKey, Item, Memtab::Hash<NumberKey, &NumberKey::constant>>;
 
 template <class OpsType>

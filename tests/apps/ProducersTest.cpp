@@ -405,8 +405,8 @@ TEST_F(ProducersTest, WhyAHostIsWhereItIs) {
 // The output's rows byte for byte, identifiers included, and the incarnation of their table.
 TEST_F(ProducersTest, AnAgentGoesOnWithTheTablesOfTheOneBeforeUnlessItCannot) {
     const auto outputs = [&] { return tool({"table", "dump", "l2rib/output"}).second; };
-    const auto incarnation = [&] {
-        std::ifstream file(scratch.path() + "/l2rib/output/lb/lb/fenix", std::ios::binary);
+    const auto incarnation = [&](const std::string& table = "output/lb/lb") {
+        std::ifstream file(scratch.path() + "/l2rib/" + table + "/fenix", std::ios::binary);
         std::string bytes{std::istreambuf_iterator<char>(file), {}};
         return bytes.substr(8, 8);
     };
@@ -417,6 +417,7 @@ TEST_F(ProducersTest, AnAgentGoesOnWithTheTablesOfTheOneBeforeUnlessItCannot) {
     auto vxlan = producer(write("vxlan.json", forty.dump()));
     auto daemon = agent();
     const std::string before = outputs(), first = incarnation(), flooded = floods();
+    const std::string raised = incarnation("agent/raised/host");
     EXPECT_NE(before.find("\"vlan\":40"), std::string::npos);
     EXPECT_NE(flooded.find("\"vlan\":40"), std::string::npos);
     usleep(1500000);  // what the agent remembers is written by now
@@ -446,6 +447,7 @@ TEST_F(ProducersTest, AnAgentGoesOnWithTheTablesOfTheOneBeforeUnlessItCannot) {
     daemon->readUntil("ready, 4 hosts");
     EXPECT_EQ(Json::parse(floods()), rest);
     EXPECT_NE(incarnation(), first);
+    EXPECT_EQ(incarnation("agent/raised/host"), raised);
     const Json healed = Json::parse(outputs())["sources"][0], was = Json::parse(without)["sources"][0];
     EXPECT_EQ(healed["dests"], was["dests"]);
     EXPECT_EQ(healed["hosts"][0]["next"]["id"], healed["loadBalances"][0]["id"]);
