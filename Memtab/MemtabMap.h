@@ -159,7 +159,7 @@ class MemtabMap : ReaderSm::Front {
     // The entry of the key; false leaves the default value. Corruption counts as absent.
     bool lookup(const Key& key, Value& out) {
         bool found = false;
-        const bool good = reading([&] {
+        const bool good = answering([&] {
             if (shadow_) {
                 found = attached_ && shadow_->lookup(attached_->reader, key, out);
             } else if (attached_) {
@@ -201,7 +201,6 @@ class MemtabMap : ReaderSm::Front {
     // Counts it, traces it, leaves a record in the table's directory once per incarnation, and tells the owner.
     void corruptionDetected(const Quil::String& message) {
         ++corruptions_;
-        if (attached_) attached_->isDamaged = true;
         debug().log(1, [&] { return Quil::cat("MemtabMap::corruptionDetected() ", name_, ": ", message); });
         if (!directory_.empty() && recordedFor_ != incarnation_) {
             recordedFor_ = incarnation_;
@@ -232,7 +231,7 @@ class MemtabMap : ReaderSm::Front {
         Reader reader;
         ConquerReader queue;
         const FenixId fenix;
-        bool isDamaged = false;  // so what anyone was handed is no word on what it holds
+        bool isDamaged = false;  // and someone was told that it lacks what it holds
         Attached(Quil::Trace& debug, FenixId incarnation) : reader(debug), fenix(incarnation) {}
     };
 
@@ -334,6 +333,13 @@ class MemtabMap : ReaderSm::Front {
         }
         return false;
     }
+    // The same for what the owner asks, who is told that nothing is there.
+    template <class F>
+    bool answering(F&& run) {
+        if (reading(run)) return true;
+        if (attached_) attached_->isDamaged = true;
+        return false;
+    }
     // The same for the table's own work, to be tried again: also false when its files are not to be mapped.
     template <class F>
     bool trying(F&& run) {
@@ -350,7 +356,7 @@ class MemtabMap : ReaderSm::Front {
     template <class F>
     bool walk(const Value& out, const IterHint& hint, F&& step) {
         bool found = false;
-        if (!reading([&] { found = step(); })) return false;
+        if (!answering([&] { found = step(); })) return false;
         if (found && attached_ && !shadow_) follower_.saw(hint.reader.slot, out.fwkKey());
         return found;
     }

@@ -55,7 +55,9 @@ void ReaderSm::connectOrAttach(FenixId fenix) {
     // An older connection stays until other files take the place of those that were mapped under it.
     auto fresh = Mem::ReaderKickSm::connect(loop_, directory_, readerName_, fenix, *this);
     const bool connected = fresh != nullptr;
-    if (!connected && (fenix == attached_ || FenixFile::writerLives(directory_))) return;
+    // A writer that goes on with the files may have come and gone without our having looked.
+    const bool isKnown = fenix == attached_ && FenixFile::startTime(directory_) == attachedStart_;
+    if (!connected && (isKnown || FenixFile::writerLives(directory_))) return;
     if (connected && hasFiles_ && !kick_) {
         kick_ = std::move(fresh);
         awaitsWelcome_ = true;
@@ -72,9 +74,11 @@ void ReaderSm::connectOrAttach(FenixId fenix) {
 // Whether the files are mapped now, and still wanted: the callbacks of an attach may let go of the table.
 bool ReaderSm::attach(FenixId fenix) {
     Quil::String reason;
+    const std::uint64_t start = FenixFile::startTime(directory_);
     try {
         if (front_.attachFiles(fenix, reason)) {
             attached_ = fenix;
+            attachedStart_ = start;
             hasFiles_ = true;
             return state_ != State::detached;
         }
@@ -126,11 +130,8 @@ void ReaderSm::onClosed() {
     wakeIn(0);
 }
 
-// A writer may have come and gone without our having looked: what is mapped is compared once more.
 void ReaderSm::onDirectoryChange() {
-    if (kick_ || working_) return;  // a connection that only guards waits for its time
-    attached_ = 0;
-    tryMount();
+    if (!kick_ && !working_) tryMount();  // a connection that only guards waits for its time
 }
 
 void ReaderSm::onTime() { working_ || (kick_ && !kicks_ && state_ == State::mounted) ? work() : tryMount(); }

@@ -74,6 +74,7 @@ class L2RIB_EXPORT ReaderSm : Mem::ReaderKickSm::Handler, Quil::Clock::NotifieeC
     Front& front_;
     State state_ = State::mounting;
     SharedMem::FenixId attached_ = 0;  // incarnation of the mapped files, while all its changes reach us; 0: map again
+    std::uint64_t attachedStart_ = 0;  // when the writer began whose changes are known
     bool kicks_ = true;                // the writer wakes us; else we look at intervals
     bool working_ = false;             // the next wake-up is a turn, not an attempt to mount
     bool inTurn_ = false;              // the front is at work on its mapping

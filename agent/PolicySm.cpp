@@ -30,6 +30,7 @@ void PolicySm::sourceIs(L2Rib::Source source, const InputTables& tables) {
     inputs_[source] = std::make_unique<Input>(source, tables, rules_, objects_, raised_, [this] { kick(); });
     inputs_[source]->admitPublished(*output_);
     awaited_ &= ~static_cast<std::uint32_t>(source);
+    absent_ &= ~static_cast<std::uint32_t>(source);
     if (hasWonBefore) sweep(source);
     kick();
 }
@@ -45,22 +46,25 @@ void PolicySm::isWholeIs(L2Rib::Source source, bool isWhole) {
     if (isWhole) sweep(source);
 }
 
-void PolicySm::takeOver(std::uint32_t awaitedSources) {
+void PolicySm::takeOver(std::uint32_t awaitedSources, std::uint32_t absentSources) {
     awaited_ = awaitedSources;
+    absent_ = awaitedSources | absentSources;
     for (const auto& [source, input] : inputs_) {
         awaited_ &= ~static_cast<std::uint32_t>(source);
+        absent_ &= ~static_cast<std::uint32_t>(source);
         input->admitPublished(*output_);
     }
     sweep(L2Rib::sourceAll);
 }
 
 void PolicySm::awaitedIs(std::uint32_t sources) {
-    const std::uint32_t before = std::exchange(awaited_, sources);
+    const std::uint32_t before = std::exchange(absent_, sources) | awaited_;
+    awaited_ &= sources;
     if ((before & ~sources) != 0) sweep(before & ~sources);
 }
 
 std::uint32_t PolicySm::sources() const {
-    std::uint32_t mask = awaited_;
+    std::uint32_t mask = absent_;
     for (const auto& [source, unused] : inputs_) mask |= source;
     return mask;
 }
@@ -150,7 +154,7 @@ bool PolicySm::raisedStep() {
     raised_.step([this](L2Rib::Source source, const auto& key) {
         const auto of = inputs_.find(source);
         if (of == inputs_.end()) {
-            if (!(awaited_ & source)) raised_.del(source, key);
+            if (!(absent_ & source)) raised_.del(source, key);
         } else if (of->second->isWhole() && !of->second->hasRow(key)) {
             of->second->forget(key);
         }

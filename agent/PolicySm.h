@@ -45,11 +45,13 @@ class PolicySm : Quil::Clock::NotifieeConst {
     // again or is away, the hosts it won stand as they are, should the table lack them; so do its objects.
     void isWholeIs(L2Rib::Source source, bool isWhole);
     // The output holds what an earlier process left: all of it is elected again; but what these sources have won stands
-    // until they are here or this is called with the rest of them.
-    void takeOver(std::uint32_t awaitedSources);
+    // until they are here or this is called with the rest of them. Of sources that are only absent nothing stands, but
+    // what is kept for them is.
+    void takeOver(std::uint32_t awaitedSources, std::uint32_t absentSources = 0);
     void awaitedIs(std::uint32_t sources);
     std::uint32_t awaited() const { return awaited_; }
-    // Those that are merged, and those that are awaited.
+    std::uint32_t absent() const { return absent_; }  // the awaited ones among them
+    // Those that are merged, and those that are absent.
     std::uint32_t sources() const;
     // While it is disabled the output stays as it is; changes are collected.
     void enabledIs(bool enabled);
@@ -112,6 +114,7 @@ class PolicySm : Quil::Clock::NotifieeConst {
     std::map<L2Rib::Source, std::unique_ptr<Input>> inputs_;
     std::uint32_t swept_ = 0, nextSwept_ = 0;  // the sources whose hosts in the output are elected again, and then
     std::uint32_t awaited_ = 0;                // whose hosts stand, though they are not here
+    std::uint32_t absent_ = 0;                 // that may still come back
     L2Rib::HostOutput::IteratorConst sweep_;
     Policy rules_;
     Mobility mobility_;

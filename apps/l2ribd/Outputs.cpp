@@ -41,9 +41,9 @@ void Outputs::mount(Start start, bool isEnabled, Agent::PolicySm& policy, Agent:
     floods_ = &floods;
     if (keeps) objects_.takeOver(state_.reserved, *hosts_);
     if (keeps) takeOverFloodSets();
-    policy.takeOver(isWarm ? state_.sources : 0);
+    policy.takeOver(isWarm ? state_.sources : 0, keeps ? state_.sources : 0);
     if (isWarm) report_("goes on with the output tables that are there");
-    if (policy.awaited() != 0) wakeupTimeIs(clock().now() + hold);
+    if (policy.absent() != 0) wakeupTimeIs(clock().now() + hold);
     letGo();
     state_.sources = policy.sources();
     file_.write(state_);
@@ -83,7 +83,7 @@ bool Outputs::mountOne(const char* place, const Quil::Ptr<Table>& table, QuilMem
 }
 
 void Outputs::onTime() {
-    if (const std::uint32_t away = policy_->awaited(); away != 0) {
+    if (const std::uint32_t away = policy_->absent(); away != 0) {
         report_(Quil::cat("not back after a restart of the agent: ", Apps::sourceNames(away),
                           "; what they said is withdrawn"));
     }
@@ -102,7 +102,7 @@ void Outputs::takeOverFloodSets() {
 
 // Of flood sets it is not known which source said them.
 void Outputs::letGo() {
-    if (policy_->awaited() == 0) floods_->takenOverDel();
+    if (policy_->absent() == 0) floods_->takenOverDel();
 }
 
 void Outputs::sourcesChanged() {

@@ -17,17 +17,25 @@ constexpr std::uint32_t version = 1;
 
 Quil::String fenixPath(const Quil::String& directory) { return directory + "/fenix"; }
 
-FenixId readId(int fd) {
+// All zero when there is no valid one.
+FenixRecord readRecord(const Mem::FileDescriptor& file) {
     FenixRecord record{};
-    const bool whole = pread(fd, &record, sizeof record, 0) == static_cast<ssize_t>(sizeof record);
-    return whole && std::memcmp(record.magic, magic, 8) == 0 && record.version == version ? record.id : 0;
+    const bool whole = file && pread(file.get(), &record, sizeof record, 0) == static_cast<ssize_t>(sizeof record);
+    const bool valid = whole && std::memcmp(record.magic, magic, 8) == 0 && record.version == version;
+    return valid ? record : FenixRecord();
 }
 
 }  // namespace
 
 FenixId FenixFile::read(const Quil::String& directory) {
-    const auto file = Mem::Files::open(fenixPath(directory), false);
-    return file ? readId(file.get()) : 0;
+    return readRecord(Mem::Files::open(fenixPath(directory), false)).id;
+}
+
+std::uint64_t FenixFile::startTime(const Quil::String& directory) {
+    const FenixRecord record = readRecord(Mem::Files::open(fenixPath(directory), false));
+    std::uint64_t start;
+    std::memcpy(&start, record.startTime, 8);
+    return start;
 }
 
 bool FenixFile::writerLives(const Quil::String& directory) {
@@ -40,7 +48,7 @@ FenixFile::FenixFile(const Quil::String& directory)
     if (!Mem::WriterLock::acquire(file_.get())) {
         throw Verro::InvalidInitializeException(Quil::cat(path_, ": another writer holds this table"));
     }
-    id_ = readId(file_.get());
+    id_ = readRecord(file_).id;
 }
 
 void FenixFile::write(FenixId id) {

@@ -6,7 +6,7 @@
 //    12      4  id of the incarnation: random, never 0
 //    16      4  pid of the writer
 //    20      4  0
-//    24      8  when the incarnation began, nanoseconds since 1970
+//    24      8  when the writer began, nanoseconds since 1970
 //
 // It is rewritten in place, never replaced: the writer lock lies on it.
 #pragma once
@@ -31,6 +31,8 @@ class L2RIB_EXPORT FenixFile {
  public:
     // The id in the file; 0 when there is no valid one.
     static FenixId read(const Quil::String& directory);
+    // When the last writer began; 0 when there is no valid one. One that goes on with the files keeps their id.
+    static std::uint64_t startTime(const Quil::String& directory);
     // Whether a writer lives: holds the lock.
     static bool writerLives(const Quil::String& directory);
 

@@ -263,15 +263,17 @@ TEST_F(MobilityTest, ARaisedSequenceNumberIsTakenOver) {
     restart();
     EXPECT_EQ(state(), "none");
     EXPECT_EQ(raised->hosts().begin(), raised->hosts().end());
-    // A source that does not come back has its time.
-    raised->hostIs(kept);
-    PolicySm alone(clock, output, objects, raised);
-    alone.takeOver(sourceLocalDynamic);
-    alone.settle();
-    EXPECT_EQ(raised->host(test::keyOf(1)), kept);
-    alone.awaitedIs(0);
-    alone.settle();
-    EXPECT_EQ(raised->hosts().begin(), raised->hosts().end());
+    // A source that does not come back has its time, whether its hosts stand or not.
+    for (const std::uint32_t awaited : {std::uint32_t(sourceLocalDynamic), 0u}) {
+        raised->hostIs(kept);
+        PolicySm alone(clock, output, objects, raised);
+        alone.takeOver(awaited, sourceLocalDynamic);
+        alone.settle();
+        EXPECT_EQ(raised->host(test::keyOf(1)), kept);
+        alone.awaitedIs(0);
+        alone.settle();
+        EXPECT_EQ(raised->hosts().begin(), raised->hosts().end());
+    }
 }
 
 }  // namespace
