@@ -37,8 +37,8 @@ class Follower {
  public:
     using Reader = MemtabReader<Key, Value, OpsType>;
 
-    // Goes over to this table and marks every key that differs from the one followed so far, if that is still mapped;
-    // else all keys of both. An exception leaves everything as it was.
+    // Goes over to this table and marks every key that differs from the one followed so far, which is still mapped; all
+    // keys of both where there is none (null), or it is damaged. An exception leaves everything as it was.
     void resynchronise(Reader* before, Reader& reader, ConquerReader& queue) {
         reader.checkSize();
         const Size size = sizeOf(reader);
@@ -191,7 +191,8 @@ class Follower {
     std::deque<std::uint32_t> changed_;  // slots whose key is to be delivered
     std::set<Key> gone_;                 // keys to be delivered that have left their slot
     std::vector<std::uint32_t> slots_;   // of the turn under way
-    Size size_;                          // when the queue was last empty
+    // From before the queue was last seen empty: all that was announced before that size is consumed.
+    Size size_;
 };
 
 }  // namespace Memtab
